@@ -1,0 +1,28 @@
+#!/usr/bin/env bash
+# Sets up, builds from nothing and runs every test: a normal build and an
+# AddressSanitizer + UndefinedBehaviorSanitizer build, then short fuzz runs.
+set -euo pipefail
+cd "$(dirname "$0")/.."
+root=$PWD
+
+bash scripts/setup.sh
+
+jobs=$(nproc)
+run_suite() {
+    local dir=$1
+    shift
+    cmake -S "$root" -B "$dir" -G Ninja "$@"
+    cmake --build "$dir" -j "$jobs"
+    ctest --test-dir "$dir" --output-on-failure -j "$jobs" --timeout 600
+}
+
+echo "== normal build =="
+run_suite build/release -DCMAKE_BUILD_TYPE=RelWithDebInfo
+echo "== sanitizer build =="
+run_suite build/asan -DCMAKE_BUILD_TYPE=Debug -DKIV_SANITIZE=ON
+
+if [[ -x scripts/fuzz.sh ]] || [[ -f scripts/fuzz.sh ]]; then
+    echo "== short fuzz runs =="
+    bash scripts/fuzz.sh all "${KIV_FUZZ_SECONDS:-10}"
+fi
+echo "all test stages passed"
