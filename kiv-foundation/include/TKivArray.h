@@ -79,8 +79,9 @@ public:
         }
         // One slot more than the count, so that an access just past the count after
         // HandleOutOfBoundsSituation stays inside the block.
+        // Value-initialised, so that new numbers and pointers read as 0 rather than garbage.
         unsigned int blockElementCount = count_i + 1;
-        T* elements = new T[blockElementCount];
+        T* elements = new T[blockElementCount]();
         for (unsigned int i = 0; i < myElementCount; ++i)
             elements[i] = myElements[i];
         delete[] myElements;
