@@ -229,12 +229,13 @@ enum
     kKivFieldFlag_CaseSensitive = 0x08000000
 };
 
-/* Language codes of the default-language service ('MGDL'). */
+/* Language codes of the default-language service ('MGDL'); the same values as the
+ * foundation's localization manager uses (kKivLanguage_...). */
 enum
 {
-    kKivLanguage_English = 0x01000000,
-    kKivLanguage_French = 0x02000000,
-    kKivLanguage_Spanish = 0x03000000
+    kKivHostLanguage_English = 0x01000000,
+    kKivHostLanguage_French = 0x02000000,
+    kKivHostLanguage_Spanish = 0x03000000
 };
 
 #ifdef __cplusplus
