@@ -18,7 +18,10 @@ public:
 
     // The copy holds copies of the elements but no disposal procedure: only one array may own
     // what the elements point to.
-    TKivArray(const TKivArray& array_i) : myDisposalProc(nullptr) { CopyElementsFrom(array_i); }
+    TKivArray(const TKivArray& array_i) : KivObject(array_i), myDisposalProc(nullptr)
+    {
+        CopyElementsFrom(array_i);
+    }
 
     // Empties this array (disposing of its elements) and copies the other's elements; the
     // disposal procedure stays as it was.

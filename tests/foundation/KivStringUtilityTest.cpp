@@ -26,6 +26,14 @@ int ToInt(const std::string& text_i, unsigned char radix_i = 10)
     return KivStringUtility::GetNumericalRepresentation(Kiv(text_i), radix_i);
 }
 
+std::string RandomBytes(std::mt19937& generator_io)
+{
+    std::string bytes(generator_io() % 40, '\0');
+    for (char& byte : bytes)
+        byte = (char)(generator_io() & 0xFF);
+    return bytes;
+}
+
 std::string Html(const std::string& text_i)
 {
     return Std(KivStringUtility::GetHTMLEncodedString(Kiv(text_i)));
@@ -201,9 +209,7 @@ TEST(KivStringUtility, URLDecodingUndoesTheEncoding)
     std::mt19937 generator(11);
     for (int round = 0; round < 300; ++round)
     {
-        std::string bytes(generator() % 40, '\0');
-        for (char& byte : bytes)
-            byte = (char)(generator() & 0xFF);
+        std::string bytes = RandomBytes(generator);
         for (bool path : {false, true})
             ASSERT_EQ(Std(KivStringUtility::GetURLDecodedString(Kiv(Url(bytes, path)))), bytes);
     }
@@ -259,13 +265,10 @@ TEST(KivStringUtility, HTMLDecodingUndoesTheEncoding)
     std::mt19937 generator(13);
     for (int round = 0; round < 300; ++round)
     {
-        std::string bytes(generator() % 40, '\0');
+        std::string bytes = RandomBytes(generator);
         for (char& byte : bytes)
-        {
-            byte = (char)(generator() & 0xFF);
             if ((unsigned char)byte >= 128 && (unsigned char)byte < 160)
                 byte = '&'; // the numeric form of these bytes has no way back
-        }
         ASSERT_EQ(Std(KivStringUtility::GetHTMLDecodedString(Kiv(Html(bytes)))), bytes);
     }
     EXPECT_EQ(Std(KivStringUtility::GetHTMLDecodedString("&#233;&#65;&amp")), "\xE9"
