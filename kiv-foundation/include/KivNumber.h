@@ -32,6 +32,8 @@ extern const char* const kKivNumber_Pi;                // fifty digits
 extern const char* const kKivNumber_PiShort;           // "3.14159265358979"
 extern const char* const kKivNumber_DivideByZeroValue; // fifty nines
 
+struct KivNumberDigits; // an unpacked value, used inside the arithmetic
+
 // The value is a packed byte string in `myNumber`:
 //   null   ""          zero   "o"
 //   other  sign marker 'p' or 'n', the exponent e of the most significant digit stored as e + 10
@@ -170,7 +172,9 @@ private:
     void Initialize(int length_i, int scale_i);
     void AssignInteger(long long value_i);
     void AssignDouble(double value_i);
-    int AssignPacked(const KivString& packed_i, int errorCode_i);
+    // Rounds half up to the scale and stores the value, or reports `errorCode_i` when its
+    // integral part does not fit and leaves the number as it was.
+    int StoreDigits(KivNumberDigits value_i, int errorCode_i);
     int AddOrSubtract(const KivNumber& operand_i, bool subtract_i);
     int IntegralCapacity() const { return myLength - myScale; }
 
