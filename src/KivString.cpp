@@ -127,6 +127,8 @@ void KivStringRepresentation::DecrementReferenceCount()
 char* KivStringRepresentation::MakeUniqueCopy(KivStringRepresentation*& __stringRepresentation_io,
                                               unsigned int length_i)
 {
+    // Beyond this the padded capacity would wrap around to a small block.
+    KIV_ASSERT_STATE(length_i < 0xFFFFFFE0u);
     KivStringRepresentation* stringRepresentation = __stringRepresentation_io;
     if (stringRepresentation->IsUnique())
     {
@@ -158,6 +160,7 @@ char* KivStringRepresentation::MakeUniqueCopy(KivStringRepresentation*& __string
 char* KivStringRepresentation::ReserveSize(KivStringRepresentation*& __stringRepresentation_io,
                                            unsigned int size_i)
 {
+    KIV_ASSERT_STATE(size_i < 0xFFFFFFE0u);
     KivStringRepresentation* stringRepresentation = __stringRepresentation_io;
     unsigned int length = stringRepresentation->GetLength();
     if (stringRepresentation->IsUnique())
@@ -880,9 +883,18 @@ bool operator!=(const char* cString_i, const KivString& source_i)
 
 namespace
 {
-bool IsInSet(char byte_i, const char* set_i, unsigned int setLength_i)
+// The length of the run of bytes from `set_i` at one end of the string. The set is counted, so
+// that the single-character forms can trim zero bytes.
+unsigned int EdgeRunLength(const KivString& string_i, const char* set_i, unsigned int setLength_i,
+                           bool fromRight_i)
 {
-    return std::memchr(set_i, byte_i, setLength_i) != nullptr;
+    const char* bytes = string_i.GetCStringAccess();
+    const unsigned int length = string_i.GetLength();
+    unsigned int count = 0;
+    while (count < length &&
+           std::memchr(set_i, bytes[fromRight_i ? length - 1 - count : count], setLength_i) != nullptr)
+        ++count;
+    return count;
 }
 } // namespace
 
@@ -900,46 +912,22 @@ unsigned int KivString::Trim(char character_i, unsigned int flags_i)
 
 unsigned int KivString::TrimLeft(const char* set_i, unsigned int)
 {
-    if (set_i == nullptr)
-        return 0;
-    const unsigned int setLength = std::strlen(set_i);
-    const char* bytes = GetCStringAccess();
-    unsigned int count = 0;
-    while (count < GetLength() && IsInSet(bytes[count], set_i, setLength))
-        ++count;
-    return TrimLeft(count);
+    return set_i != nullptr ? TrimLeft(EdgeRunLength(*this, set_i, std::strlen(set_i), false)) : 0;
 }
 
 unsigned int KivString::TrimLeft(char character_i, unsigned int)
 {
-    const char set[2] = {character_i, 0};
-    const char* bytes = GetCStringAccess();
-    unsigned int count = 0;
-    while (count < GetLength() && IsInSet(bytes[count], set, 1))
-        ++count;
-    return TrimLeft(count);
+    return TrimLeft(EdgeRunLength(*this, &character_i, 1, false));
 }
 
 unsigned int KivString::TrimRight(const char* set_i, unsigned int)
 {
-    if (set_i == nullptr)
-        return 0;
-    const unsigned int setLength = std::strlen(set_i);
-    const char* bytes = GetCStringAccess();
-    unsigned int count = 0;
-    while (count < GetLength() && IsInSet(bytes[GetLength() - 1 - count], set_i, setLength))
-        ++count;
-    return TrimRight(count);
+    return set_i != nullptr ? TrimRight(EdgeRunLength(*this, set_i, std::strlen(set_i), true)) : 0;
 }
 
 unsigned int KivString::TrimRight(char character_i, unsigned int)
 {
-    const char set[2] = {character_i, 0};
-    const char* bytes = GetCStringAccess();
-    unsigned int count = 0;
-    while (count < GetLength() && IsInSet(bytes[GetLength() - 1 - count], set, 1))
-        ++count;
-    return TrimRight(count);
+    return TrimRight(EdgeRunLength(*this, &character_i, 1, true));
 }
 
 unsigned int KivString::TrimLeft(unsigned int count_i)
