@@ -3,6 +3,7 @@
 // selector to handle(); the session owns whatever the request opened and closes it at the end.
 #pragma once
 
+#include <chrono>
 #include <cstdint>
 #include <filesystem>
 #include <memory>
@@ -16,6 +17,12 @@ namespace kiv::db
 struct SessionEnvironment
 {
     std::filesystem::path dataFolder; // the region's data folder: every embedded database lives here
+    // How long an open waits for a conflicting open (exclusive against shared) to end before
+    // it is refused with 'MLkd'.
+    std::chrono::milliseconds lockWait{2000};
+    // synchronous=FULL: commits also survive a power loss, at the price of an fsync each.
+    // Without it a committed record still survives a crash or kill of the server.
+    bool durableCommits = false;
 };
 
 class DatabaseSession

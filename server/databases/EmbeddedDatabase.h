@@ -1,0 +1,129 @@
+// One open embedded database, as a handle of the module sees it: its fields, the record
+// buffer that the setters and getters work on, the current search results with their cursor,
+// and export and import. Every operation answers a result code and leaves a message that
+// 'MDEI' hands out for the handle.
+#pragma once
+
+#include "DatabaseLock.h"
+#include "EmbeddedStore.h"
+#include "FieldTypes.h"
+#include "SqliteHandles.h"
+
+#include <cstdint>
+#include <filesystem>
+#include <memory>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace kiv::db
+{
+
+class CsvReader;
+
+class EmbeddedDatabase
+{
+public:
+    struct OpenRequest
+    {
+        std::string name;
+        bool exclusive = false;
+        std::string uniqueIDFieldName; // empty: KIVIDFIELD
+        bool createIfMissing = false;
+    };
+
+    static uint32_t open(DatabaseCatalogue& catalogue, const OpenRequest& request,
+                         std::unique_ptr<EmbeddedDatabase>& database, std::string& message);
+    ~EmbeddedDatabase();
+    EmbeddedDatabase(const EmbeddedDatabase&) = delete;
+    EmbeddedDatabase& operator=(const EmbeddedDatabase&) = delete;
+
+    const std::string& name() const { return myName; }
+    const std::string& message() const { return myMessage; }
+    void setMessage(std::string message) { myMessage = std::move(message); }
+
+    // Fields. Lookups ignore case and accept the name in one pair of parentheses: "(City)".
+    size_t fieldCount() const { return fields().size(); }
+    const FieldDefinition* fieldAt(size_t index) const;
+    const FieldDefinition* findField(std::string_view name) const;
+    uint32_t addField(const std::string& name, uint32_t typeWord);
+    uint32_t deleteField(const std::string& name);
+
+    // The record buffer: a new record, or the record under the cursor.
+    uint32_t createRecord();
+    uint32_t setValue(std::string_view fieldName, const InputValue& value);
+    uint32_t getValue(std::string_view fieldName, const FieldDefinition*& field, const FieldValue*& value);
+    uint32_t addRecord();
+    uint32_t updateRecord();
+    uint32_t deleteRecord(const InputValue& uniqueID);
+    uint32_t deleteAllRecords();
+    uint32_t recordCount(uint32_t& count);
+
+    // Searches and the cursor over their results. Without a search the results are every
+    // record in the order they were added.
+    void clearSearch();
+    uint32_t executeSearch(std::string_view text);
+    uint32_t resultCount(uint32_t& count);
+    uint32_t moveFirst();
+    uint32_t moveLast();
+    uint32_t moveNext();
+    uint32_t movePrevious();
+    uint32_t jump(uint32_t offset);
+    uint32_t moveTo(const InputValue& uniqueID);
+
+    uint32_t exportRecords(const std::filesystem::path& file, std::string_view fieldList, uint32_t& count);
+    uint32_t importRecords(const std::filesystem::path& file, uint32_t& count);
+
+    EmbeddedDatabase(std::string name, std::filesystem::path file, DatabaseLock lock,
+                     std::unique_ptr<StoreConnection> connection, std::string uniqueIDFieldName);
+
+private:
+    struct Record
+    {
+        bool valid = false;
+        bool isNew = false;
+        int64_t rowID = 0;
+        std::vector<FieldValue> values;
+        std::vector<bool> changed;
+    };
+
+    const std::vector<FieldDefinition>& fields() const { return myConnection->fields(); }
+    std::optional<size_t> fieldIndex(std::string_view name) const;
+    const FieldDefinition* uniqueIDField() const;
+    uint32_t fail(uint32_t code, std::string message);
+    uint32_t failSqlite(const SqliteError& error);
+    template <typename Operation> uint32_t guarded(Operation&& operation);
+    uint32_t fieldNotFound(std::string_view name);
+    uint32_t conversionFailure(ConversionError error, const FieldDefinition& field);
+
+    void bindValue(SqliteStatement& statement, int index, const FieldValue& value);
+    FieldValue readColumn(SqliteStatement& statement, int column, const FieldDefinition& field);
+    std::vector<FieldValue> defaultValues() const;
+    bool readRecord(int64_t rowID, std::vector<FieldValue>& values);
+    bool loadRecord(int64_t rowID);
+    // Inside a transaction the caller holds. Auto-unique fields get the next value unless
+    // `given` says the caller supplied one (an import keeps the IDs it reads).
+    void insertValues(std::vector<FieldValue>& values, const std::vector<bool>& given, int64_t& rowID);
+    void ensureResults();
+    uint32_t settleAt(size_t index, int step, uint32_t noRecord);
+    uint32_t findByUniqueID(const InputValue& uniqueID, std::vector<int64_t>& rowIDs);
+    uint32_t requireSchemaLock();
+    void finishSchemaChange();
+    uint32_t importRows(CsvReader& reader, const std::vector<size_t>& columns, uint32_t& count);
+    std::filesystem::path resolvePath(const std::filesystem::path& file) const;
+    std::string fieldOfConstraint(const std::string& sqliteMessage) const;
+
+    std::string myName;
+    std::filesystem::path myFile;
+    DatabaseLock myLock;
+    std::unique_ptr<StoreConnection> myConnection;
+    std::string myUniqueIDFieldName;
+    std::string myMessage;
+    Record myRecord;
+    std::optional<std::vector<int64_t>> myResults; // row ids; nullopt: no search yet
+    bool mySearchActive = false;
+    std::optional<size_t> myCursor;
+};
+
+} // namespace kiv::db
