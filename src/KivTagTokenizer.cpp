@@ -44,15 +44,35 @@ bool IsByte(unsigned char byte_i, char upper_i)
     return byte_i == (unsigned char)upper_i || byte_i == (unsigned char)(upper_i - 'A' + 'a');
 }
 
-// The distance between two capacity reservations doubles, so appending a long text one byte at a
-// time costs amortised constant time instead of one reallocation every 32 bytes.
-void AppendByte(KivString& text_io, char byte_i)
+// Bytes of the current token not yet stored in its text. Storing them in runs instead of one
+// at a time, with the capacity doubled whenever it runs out, keeps a long page linear.
+class PendingBytes
 {
-    unsigned int length = text_io.GetLength();
-    if (length >= 64 && (length & (length - 1)) == 0)
-        text_io.Reserve(2 * length);
-    text_io.Append(byte_i);
-}
+public:
+    PendingBytes() : myCount(0) {}
+
+    void Add(KivString& text_io, char byte_i)
+    {
+        if (myCount == sizeof(myBytes))
+            Flush(text_io);
+        myBytes[myCount++] = byte_i;
+    }
+
+    void Flush(KivString& text_io)
+    {
+        if (myCount == 0)
+            return;
+        unsigned int length = text_io.GetLength();
+        if (length + myCount >= text_io.GetCapacity())
+            text_io.Reserve(2 * length > length + myCount ? 2 * length : length + myCount);
+        text_io.Append(myBytes, myCount);
+        myCount = 0;
+    }
+
+private:
+    char myBytes[256];
+    unsigned int myCount;
+};
 } // namespace
 
 KivTagTokenizer::KivTagTokenizer(const bool& pairAllTags_i)
@@ -76,18 +96,21 @@ void KivTagTokenizer::Process(const KivDataStream& stream_i)
 {
     int state = kState_NewToken;
     unsigned char byte = 0;
+    PendingBytes pending;
     while (stream_i.GetNextByte(byte))
     {
         if (state == kState_NewToken || (state == kState_Text && byte == '<'))
         {
             bool isTag = byte == '<';
+            if (myLastTokenInList != nullptr)
+                pending.Flush(myLastTokenInList->myToken.myText);
             AppendNewEntry((char)byte, isTag ? kKivToken_Tag : kKivToken_Text);
             state = isTag ? kState_AfterOpen : kState_Text;
             continue;
         }
 
         Token& token = myLastTokenInList->myToken;
-        AppendByte(token.myText, (char)byte);
+        pending.Add(token.myText, (char)byte);
         bool closes = false;
         switch (state)
         {
@@ -181,10 +204,13 @@ void KivTagTokenizer::Process(const KivDataStream& stream_i)
 
         if (closes)
         {
+            pending.Flush(token.myText);
             LastTokenInListIsComplete();
             state = kState_NewToken;
         }
     }
+    if (myLastTokenInList != nullptr)
+        pending.Flush(myLastTokenInList->myToken.myText);
 }
 
 void KivTagTokenizer::LastTokenInListIsComplete()

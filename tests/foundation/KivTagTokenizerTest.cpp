@@ -142,12 +142,15 @@ TEST(KivTagTokenizerRoundTrip, SecondProcessContinuesTheList)
     EXPECT_EQ(EntryAt(tokenizer, 3)->myAssociatedEntry, nullptr);
 }
 
-TEST(KivTagTokenizerRoundTrip, LongTextTokenStaysOneToken)
+TEST(KivTagTokenizerRoundTrip, LongTokensStayWhole)
 {
-    std::string page(100000, 'x');
-    page += "<b>";
+    std::string longValue(1000, 'v');
+    std::string page = std::string(100000, 'x') + "<kivX a=\"" + longValue + "\">" + std::string(300, 'y') +
+                       "</kivX a=\"" + longValue + "\">" + std::string(257, 'z');
     auto tokenizer = Tokenize(page, false);
-    EXPECT_EQ(tokenizer->CountTokens(), 2u);
+    EXPECT_EQ(tokenizer->CountTokens(), 5u);
+    // The end tag is complete when it is paired, so its long attributes take part in the match.
+    ExpectLinked(*tokenizer, 1, 3);
     EXPECT_EQ(Rebuild(*tokenizer), page);
 }
 
