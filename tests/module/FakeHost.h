@@ -134,6 +134,7 @@ struct FakeCall
     std::string text;             // first input text: name, key, line, InOut input, db a4 text
     std::string text2;            // second input text: TwoIn value, db a6 text or value as text
     uint32_t textLengthWord = 0;  // the length word of `text` (server a4, db a5)
+    bool textTerminated = false;  // whether the byte the length word counts as the terminator is 0
     uint32_t text2LengthWord = 0; // the length word of `text2` (server a6, db a7)
     uint32_t capacity = 0;        // capacity of the first output buffer as passed
     uint32_t capacity2 = 0;       // capacity of the second output buffer (PairOut value)
@@ -794,6 +795,11 @@ private:
     }
 
     static uint32_t Word(void* address_i) { return address_i ? *static_cast<uint32_t*>(address_i) : 0; }
+    static bool Terminated(void* text_i, void* length_i)
+    {
+        return text_i && length_i && Word(length_i) > 0 &&
+               static_cast<const char*>(text_i)[Word(length_i) - 1] == 0;
+    }
     static std::string Text(void* text_i, void* length_i)
     {
         // The length word counts the terminating zero.
@@ -841,6 +847,7 @@ private:
             break;
         case kIn:
             call.textLengthWord = Word(a4);
+            call.textTerminated = Terminated(a3, a4);
             call.text = Text(a3, a4);
             break;
         case kTwoIn:
@@ -848,7 +855,10 @@ private:
             call.textLengthWord = Word(a4);
             call.text = a3 ? std::string(static_cast<const char*>(a3)) : std::string();
             if (shape == kTwoIn)
+            {
+                call.textTerminated = Terminated(a3, a4);
                 call.text = Text(a3, a4);
+            }
             call.text2LengthWord = Word(a6);
             call.text2 = Text(a5, a6);
             break;
@@ -860,6 +870,7 @@ private:
             break;
         case kNameOut:
             call.textLengthWord = Word(a4);
+            call.textTerminated = Terminated(a3, a4);
             call.text = Text(a3, a4);
             call.capacity = Word(a6);
             break;
@@ -1095,6 +1106,7 @@ private:
         else
         {
             call.textLengthWord = Word(a5);
+            call.textTerminated = Terminated(a4, a5);
             call.text = Text(a4, a5);
         }
         if (selector_i == kKivDB_SetFieldValue)
