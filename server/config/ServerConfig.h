@@ -1,0 +1,96 @@
+// The server's configuration: where it listens, which modules it loads, its limits, and the
+// regions (sites) it serves. A TOML file describes real deployments; without one the server
+// serves a single default region built from the command line.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <filesystem>
+#include <stdexcept>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace kiv
+{
+
+struct UserAccount
+{
+    std::string name;
+    std::string passwordHash; // argon2id, as made by `kiv-server passwd`
+};
+
+struct RegionConfig
+{
+    std::string name = "default";
+    std::vector<std::string> hostNames; // empty: the region answers any host
+    std::filesystem::path siteRoot;
+    std::filesystem::path dataFolder;
+    uint32_t language = 0x01000000; // a localization language code (English)
+    std::vector<std::string> pageExtensions{".html", ".htm"};
+    std::vector<std::string> indexFiles{"index.html", "index.htm"};
+    std::string pageCharset = "ISO-8859-1";
+    bool showErrors = true;       // false: tag errors go to the log only
+    bool directoryListing = true; // folders without an index file are listed
+    std::vector<UserAccount> users;
+    std::filesystem::path usersFile; // optional extra accounts ("name = hash" lines)
+    std::vector<std::string> protectedPaths;
+};
+
+struct ServerLimits
+{
+    size_t maxRequestLine = 8192;
+    size_t maxHeaderBytes = 32768;
+    size_t maxHeaderCount = 100;
+    size_t maxBodyBytes = 10 * 1024 * 1024;
+    int headerTimeoutSeconds = 10; // the whole request head must arrive within this time
+    int bodyTimeoutSeconds = 60;   // the whole body must arrive within this time
+    int keepAliveTimeoutSeconds = 5;
+    int maxRequestsPerConnection = 100;
+};
+
+struct ServerConfig
+{
+    std::string listenAddress = "127.0.0.1";
+    int port = 8080;
+    int workers = 0; // 0: one per processor core
+    int threadsPerWorker = 8;
+    std::vector<std::filesystem::path> modules;
+    bool modulesConfigured = false; // false: look for the database module beside the program
+    std::string adminPath = "/kiv-admin/";
+    std::filesystem::path serverLog; // empty: standard error
+    std::filesystem::path accessLog; // empty: standard error
+    ServerLimits limits;
+    std::vector<RegionConfig> regions;
+};
+
+class ConfigError : public std::runtime_error
+{
+public:
+    using std::runtime_error::runtime_error;
+};
+
+// Parses a configuration; relative paths are taken from baseFolder. Throws ConfigError
+// with the offending key or line.
+ServerConfig parseConfig(std::string_view tomlText, const std::filesystem::path& baseFolder);
+ServerConfig loadConfigFile(const std::filesystem::path& file);
+
+// The region used when there is no configuration file.
+RegionConfig makeDefaultRegion(const std::filesystem::path& siteRoot,
+                               const std::filesystem::path& dataFolder);
+
+// Problems that make the configuration unusable (missing site roots, bad hashes, ...);
+// empty when it is fine.
+std::vector<std::string> findConfigProblems(const ServerConfig& config);
+
+// The region for a Host header: the first whose host names include it, else the first
+// region without host names, else the first region.
+const RegionConfig& selectRegion(const ServerConfig& config, std::string_view hostHeader);
+
+// "en", "fr", "es" (or the full names) to the localization language codes; 0 if unknown.
+uint32_t languageCode(std::string_view name);
+
+// Reads "name = hash" lines (TOML key/value pairs) into accounts.
+std::vector<UserAccount> readUsersFile(const std::filesystem::path& file);
+
+} // namespace kiv

@@ -1,0 +1,32 @@
+// Decoding of what a request carries for pages: query strings and url-encoded forms,
+// multipart forms (field values and file contents as bytes, names in the order sent),
+// and cookies.
+#pragma once
+
+#include "common/Text.h"
+#include "http/HttpMessage.h"
+
+#include <optional>
+#include <string_view>
+
+namespace kiv
+{
+
+// "a=1&b=x+y&a=2" gives a=1, b="x y", a=2. Malformed escapes are kept literally rather
+// than dropping the pair.
+NameValueList parseUrlEncoded(std::string_view text);
+
+// The boundary parameter of a multipart/form-data content type; empty if there is none.
+std::string multipartBoundary(std::string_view contentType);
+
+// Field values in order; a file field's value is the file's content. nullopt when the
+// body is not well-formed multipart data.
+std::optional<NameValueList> parseMultipart(std::string_view body, std::string_view boundary);
+
+NameValueList parseCookies(std::string_view cookieHeader);
+
+// The post arguments of a request: url-encoded or multipart bodies of a POST; empty
+// otherwise. nullopt for a malformed multipart body.
+std::optional<NameValueList> parsePostArguments(const HttpRequest& request);
+
+} // namespace kiv

@@ -1,0 +1,52 @@
+// One HTTP request as the server read it and the response the site builds for it.
+#pragma once
+
+#include "common/Text.h"
+
+#include <cstdint>
+#include <string>
+#include <string_view>
+
+namespace kiv
+{
+
+struct HttpRequest
+{
+    std::string method;
+    std::string target;      // as sent: "/people/?page=2"
+    std::string path;        // percent-decoded path: "/people/"
+    std::string queryString; // raw text after '?', without it
+    int minorVersion = 1;    // HTTP/1.<minorVersion>
+    NameValueList headers;   // names as sent, in order
+    std::string body;
+    std::string remoteAddress;
+    uint16_t remotePort = 0;
+    uint16_t localPort = 0;
+    std::string user; // set once HTTP authentication succeeded
+
+    // The first header of this name (case-insensitive), or nullptr.
+    const std::string* header(std::string_view name) const;
+    std::string headerOr(std::string_view name, std::string_view fallback = {}) const;
+    bool wantsKeepAlive() const;
+    std::string requestLine() const;
+};
+
+struct HttpResponse
+{
+    int status = 200;
+    NameValueList headers;
+    std::string body;
+    bool closeConnection = false;
+
+    // Replaces every header of this name (case-insensitive) with one value.
+    void setHeader(std::string_view name, std::string_view value);
+    void addHeader(std::string_view name, std::string_view value);
+    const std::string* header(std::string_view name) const;
+};
+
+std::string_view reasonPhrase(int status);
+
+// A small complete HTML page for an error status ("404 Not Found" and a sentence).
+HttpResponse makeErrorResponse(int status, std::string_view explanation = {});
+
+} // namespace kiv

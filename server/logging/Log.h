@@ -1,0 +1,50 @@
+// The server log (what happened, with the region, page and tag it concerns) and the access
+// log (one line per request in the combined format). Each line goes out in a single write
+// to a file opened for appending, so lines from several worker processes never interleave.
+#pragma once
+
+#include <cstdint>
+#include <filesystem>
+#include <string>
+#include <string_view>
+
+namespace kiv
+{
+
+enum class LogKind
+{
+    Note,
+    Warning,
+    Error,
+    Failure
+};
+
+struct LogContext
+{
+    std::string_view region;
+    std::string_view page;
+    std::string_view tag;
+};
+
+struct AccessRecord
+{
+    std::string_view remoteAddress;
+    std::string_view user;
+    std::string_view requestLine;
+    int status = 0;
+    uint64_t bytesSent = 0;
+    std::string_view referer;
+    std::string_view userAgent;
+};
+
+// Sends the server log to file (empty: standard error). Throws std::runtime_error when
+// the file cannot be opened.
+void openServerLog(const std::filesystem::path& file);
+void openAccessLog(const std::filesystem::path& file);
+
+void writeServerLog(LogKind kind, const LogContext& context, std::string_view message);
+void writeAccessLog(const AccessRecord& record);
+
+std::string_view logKindName(LogKind kind);
+
+} // namespace kiv

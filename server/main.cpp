@@ -1,0 +1,334 @@
+// kiv-server: the web server that renders pages with module tags.
+//   serve   run the server (master and workers)
+//   render  render one page and print its HTML (scripting, debugging, tests)
+//   passwd  print a password hash for the configuration
+//   check   validate a configuration
+#include "config/ServerConfig.h"
+#include "logging/Log.h"
+#include "modules/ModuleRegistry.h"
+#include "process/ServerProcesses.h"
+#include "region/RegionState.h"
+#include "region/UserDirectory.h"
+#include "services/ModuleHost.h"
+#include "site/SampleData.h"
+#include "site/SiteHandler.h"
+#include "common/SafePaths.h"
+
+#include <CLI/CLI.hpp>
+
+#include <iostream>
+#include <termios.h>
+#include <unistd.h>
+
+namespace fs = std::filesystem;
+
+namespace
+{
+
+struct CommonOptions
+{
+    std::string configFile;
+    std::string root;
+    std::string data;
+    std::vector<std::string> modules;
+    std::string listen;
+    int port = -1;
+    int workers = -1;
+    std::string serverLog;
+    std::string accessLog;
+};
+
+void addCommonOptions(CLI::App& command, CommonOptions& options)
+{
+    command.add_option("--config", options.configFile, "TOML configuration file");
+    command.add_option("--root", options.root, "site folder (without a configuration file)");
+    command.add_option("--data", options.data, "data folder (default: beside the site, <root>-data)");
+    command.add_option("--module", options.modules,
+                       "module library to load (repeatable; replaces the default)");
+}
+
+fs::path programPath()
+{
+    std::error_code error;
+    fs::path self = fs::read_symlink("/proc/self/exe", error);
+    return error ? fs::path() : self;
+}
+
+kiv::ServerConfig buildConfig(const CommonOptions& options)
+{
+    kiv::ServerConfig config;
+    if (!options.configFile.empty())
+    {
+        config = kiv::loadConfigFile(options.configFile);
+        if (!options.root.empty())
+            config.regions.front().siteRoot = fs::absolute(options.root).lexically_normal();
+        if (!options.data.empty())
+            config.regions.front().dataFolder = fs::absolute(options.data).lexically_normal();
+    }
+    else
+    {
+        if (options.root.empty())
+            throw kiv::ConfigError("give the site folder with --root, or a configuration with --config");
+        config.regions.push_back(kiv::makeDefaultRegion(options.root, options.data));
+    }
+    if (!options.modules.empty())
+    {
+        config.modules.clear();
+        for (const auto& module : options.modules)
+            config.modules.push_back(fs::absolute(module));
+        config.modulesConfigured = true;
+    }
+    if (!config.modulesConfigured)
+    {
+        fs::path module = kiv::findDefaultModule(programPath());
+        if (!module.empty())
+            config.modules.push_back(module);
+        else
+            std::cerr
+                << "kiv-server: warning: the database module (libkivdatabase.so) was not found beside the "
+                   "program; pages are served without it (use --module)\n";
+    }
+    if (!options.listen.empty())
+        config.listenAddress = options.listen;
+    if (options.port >= 0)
+        config.port = options.port;
+    if (options.workers >= 0)
+        config.workers = options.workers;
+    if (!options.serverLog.empty())
+        config.serverLog = fs::absolute(options.serverLog);
+    if (!options.accessLog.empty())
+        config.accessLog = fs::absolute(options.accessLog);
+    return config;
+}
+
+void loadModules(const kiv::ServerConfig& config, kiv::ModuleRegistry& registry)
+{
+    for (const auto& module : config.modules)
+        registry.load(module);
+}
+
+int serve(const CommonOptions& options, bool singleProcess)
+{
+    kiv::ServerConfig config = buildConfig(options);
+    kiv::openServerLog(config.serverLog);
+    kiv::openAccessLog(config.accessLog);
+    auto problems = kiv::findConfigProblems(config);
+    for (const auto& problem : problems)
+        std::cerr << "kiv-server: " << problem << "\n";
+    if (!problems.empty())
+        return 1;
+    for (const auto& region : config.regions)
+    {
+        fs::create_directories(region.dataFolder);
+        if (options.configFile.empty())
+        {
+            std::string password = kiv::createInitialAccount(region.usersFile);
+            if (!password.empty())
+                std::cerr << "kiv-server: created the account 'admin' with the password " << password
+                          << "\n            for /manage/ and " << config.adminPath << " (stored in "
+                          << region.usersFile.string() << ")\n";
+        }
+    }
+    kiv::ModuleRegistry registry;
+    loadModules(config, registry);
+    for (const auto& region : config.regions)
+        kiv::importSampleData(region);
+    kiv::Listener listener(config.listenAddress, config.port);
+    std::cerr << "kiv-server: listening on http://" << config.listenAddress << ":" << listener.port()
+              << "/ (site " << config.regions.front().siteRoot.string() << ")" << std::endl;
+    return kiv::runServer(config, registry, listener, singleProcess);
+}
+
+struct RenderOptions
+{
+    std::string page = "/";
+    std::string query;
+    std::string form;
+    std::string region;
+    std::string language;
+    std::string cookie;
+};
+
+int render(const CommonOptions& options, const RenderOptions& renderOptions)
+{
+    kiv::ServerConfig config = buildConfig(options);
+    kiv::openServerLog(config.serverLog);
+    size_t regionIndex = 0;
+    if (!renderOptions.region.empty())
+    {
+        regionIndex = config.regions.size();
+        for (size_t i = 0; i < config.regions.size(); ++i)
+            if (config.regions[i].name == renderOptions.region)
+                regionIndex = i;
+        if (regionIndex == config.regions.size())
+            throw kiv::ConfigError("no region is named '" + renderOptions.region + "'");
+    }
+    if (!renderOptions.language.empty())
+    {
+        uint32_t code = kiv::languageCode(renderOptions.language);
+        if (code == 0)
+            throw kiv::ConfigError("unknown language '" + renderOptions.language + "' (en, fr or es)");
+        config.regions[regionIndex].language = code;
+    }
+    kiv::ModuleRegistry registry;
+    loadModules(config, registry);
+    kiv::ModuleHost host(registry);
+    host.initializeAll();
+    kiv::RegionStates regions(config);
+    kiv::SiteHandler site(config, regions, host);
+    kiv::RegionState& region = regions.stateOf(config.regions[regionIndex]);
+
+    kiv::HttpRequest request;
+    request.method = renderOptions.form.empty() ? "GET" : "POST";
+    request.path = renderOptions.page;
+    request.queryString = renderOptions.query;
+    request.target = renderOptions.page + (renderOptions.query.empty() ? "" : "?" + renderOptions.query);
+    request.body = renderOptions.form;
+    request.remoteAddress = "127.0.0.1";
+    request.headers = {{"Host", "localhost"}};
+    if (!renderOptions.form.empty())
+        request.headers.emplace_back("Content-Type", "application/x-www-form-urlencoded");
+    if (!renderOptions.cookie.empty())
+        request.headers.emplace_back("Cookie", renderOptions.cookie);
+
+    auto file = kiv::resolveUrlPath(region.region.siteRoot, renderOptions.page);
+    if (file && fs::is_directory(*file))
+        for (const auto& index : region.region.indexFiles)
+            if (fs::is_regular_file(*file / index))
+            {
+                *file /= index;
+                break;
+            }
+    int status = 0;
+    if (!file || !fs::is_regular_file(*file))
+    {
+        std::cerr << "kiv-server: no page " << renderOptions.page << " in " << region.region.siteRoot.string()
+                  << "\n";
+        status = 1;
+    }
+    else
+    {
+        kiv::HttpResponse response;
+        site.renderPageFile(region, *file, request, response);
+        std::cout << response.body << std::flush;
+        status = response.status < 400 ? 0 : 1;
+    }
+    host.terminateAll();
+    return status;
+}
+
+std::string readPassword()
+{
+    std::string password;
+    if (::isatty(STDIN_FILENO))
+    {
+        termios saved{};
+        tcgetattr(STDIN_FILENO, &saved);
+        termios quiet = saved;
+        quiet.c_lflag &= static_cast<tcflag_t>(~ECHO);
+        tcsetattr(STDIN_FILENO, TCSANOW, &quiet);
+        std::cerr << "Password: " << std::flush;
+        std::getline(std::cin, password);
+        std::string again;
+        std::cerr << "\nAgain: " << std::flush;
+        std::getline(std::cin, again);
+        std::cerr << "\n";
+        tcsetattr(STDIN_FILENO, TCSANOW, &saved);
+        if (again != password)
+            throw std::runtime_error("the passwords differ");
+    }
+    else
+        std::getline(std::cin, password);
+    if (!password.empty() && password.back() == '\r')
+        password.pop_back();
+    if (password.empty())
+        throw std::runtime_error("the password is empty");
+    return password;
+}
+
+int check(const CommonOptions& options)
+{
+    kiv::ServerConfig config = buildConfig(options);
+    auto problems = kiv::findConfigProblems(config);
+    kiv::ModuleRegistry registry;
+    for (const auto& module : config.modules)
+    {
+        try
+        {
+            registry.load(module);
+        }
+        catch (const std::exception& error)
+        {
+            problems.push_back(error.what());
+        }
+    }
+    for (const auto& problem : problems)
+        std::cerr << "kiv-server: " << problem << "\n";
+    if (!problems.empty())
+        return 1;
+    std::cout << "configuration OK: " << config.regions.size() << " region(s), " << config.modules.size()
+              << " module(s), listening on " << config.listenAddress << ":" << config.port << "\n";
+    return 0;
+}
+
+} // namespace
+
+int main(int argc, char** argv)
+{
+    CLI::App app{"kiv-server: a web server for pages with module tags"};
+    app.require_subcommand(1);
+
+    CommonOptions serveOptions;
+    bool singleProcess = false;
+    CLI::App* serveCommand = app.add_subcommand("serve", "run the server");
+    addCommonOptions(*serveCommand, serveOptions);
+    serveCommand->add_option("--listen", serveOptions.listen,
+                             "IPv4 address to listen on (default 127.0.0.1)");
+    serveCommand->add_option("--port", serveOptions.port, "port (default 8080; 0 picks a free one)");
+    serveCommand->add_option("--workers", serveOptions.workers, "worker processes (default one per core)");
+    serveCommand->add_option("--server-log", serveOptions.serverLog,
+                             "server log file (default standard error)");
+    serveCommand->add_option("--access-log", serveOptions.accessLog,
+                             "access log file (default standard error)");
+    serveCommand->add_flag("--single-process", singleProcess,
+                           "serve from one process without forking workers");
+
+    CommonOptions renderCommonOptions;
+    RenderOptions renderOptions;
+    CLI::App* renderCommand = app.add_subcommand("render", "render one page and print its HTML");
+    addCommonOptions(*renderCommand, renderCommonOptions);
+    renderCommand->add_option("--page", renderOptions.page, "URL path of the page")->required();
+    renderCommand->add_option("--query", renderOptions.query, "path arguments, as a query string");
+    renderCommand->add_option("--form", renderOptions.form, "post arguments, url-encoded (makes it a POST)");
+    renderCommand->add_option("--region", renderOptions.region, "region name (from the configuration)");
+    renderCommand->add_option("--language", renderOptions.language, "en, fr or es");
+    renderCommand->add_option("--cookie", renderOptions.cookie, "Cookie header");
+
+    CLI::App* passwdCommand = app.add_subcommand("passwd", "print a password hash (reads the password)");
+
+    CommonOptions checkOptions;
+    CLI::App* checkCommand = app.add_subcommand("check", "validate a configuration");
+    addCommonOptions(*checkCommand, checkOptions);
+
+    CLI11_PARSE(app, argc, argv);
+    try
+    {
+        if (serveCommand->parsed())
+            return serve(serveOptions, singleProcess);
+        if (renderCommand->parsed())
+            return render(renderCommonOptions, renderOptions);
+        if (passwdCommand->parsed())
+        {
+            std::cout << kiv::hashPassword(readPassword()) << "\n";
+            return 0;
+        }
+        if (checkCommand->parsed())
+            return check(checkOptions);
+    }
+    catch (const std::exception& error)
+    {
+        std::cerr << "kiv-server: " << error.what() << "\n";
+        return 1;
+    }
+    return 0;
+}

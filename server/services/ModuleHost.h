@@ -1,0 +1,64 @@
+// The one place that calls into modules: 'MIni' when a worker starts, 'MTag' for each tag,
+// 'MGPr'/'MSPr' for the administration page, 'MTrm' before the worker exits. Calls are
+// serialised by one lock per process, because module code (and the foundation objects it
+// uses) is not safe to run on two threads at once.
+#pragma once
+
+#include "modules/ModuleRegistry.h"
+
+#include <cstdint>
+#include <mutex>
+#include <string>
+
+namespace kiv
+{
+
+class RequestContext;
+
+struct ErrorInformation
+{
+    bool isSet = false;
+    std::string headline; // HTML, as the module wrote it
+    std::string hint;
+};
+
+// The connection handle of one module call: what the callbacks need to answer it.
+struct ModuleCall
+{
+    ModuleRecord& module;
+    RequestContext* request; // null during 'MIni' and 'MTrm'
+    std::string output;      // what the module wrote with 'MWtS'
+    ErrorInformation error;  // what it set with 'MSEI'
+};
+
+struct ModuleCallResult
+{
+    uint32_t code = 0;
+    std::string output;
+    ErrorInformation error;
+};
+
+class ModuleHost
+{
+public:
+    explicit ModuleHost(ModuleRegistry& registry) : myRegistry(registry) {}
+
+    ModuleRegistry& registry() { return myRegistry; }
+
+    // Sends 'MIni' to every loaded module and logs those that fail; returns how many did.
+    int initializeAll();
+    // Sends 'MTrm' to every initialised module.
+    void terminateAll();
+
+    ModuleCallResult call(ModuleRecord& module, uint32_t requestCode, RequestContext* request);
+
+    // Runs cleanup that touches module-owned services (the request's database session)
+    // under the same lock as module calls.
+    void finishRequest(RequestContext& request);
+
+private:
+    ModuleRegistry& myRegistry;
+    std::mutex myMutex;
+};
+
+} // namespace kiv

@@ -1,0 +1,119 @@
+// Tag dispatch and error presentation.
+#include "services/TagDispatcher.h"
+
+#include "logging/Log.h"
+
+namespace kiv
+{
+
+std::optional<uint32_t> TagDispatcher::tagFlags(std::string_view name)
+{
+    auto [module, tag] = myHost.registry().findTag(name);
+    if (!module || !module->initialized)
+        return std::nullopt;
+    return tag->flags;
+}
+
+std::string TagDispatcher::runTag(const TagInvocation& tag)
+{
+    auto [module, registered] = myHost.registry().findTag(tag.name);
+    if (!module)
+        return {};
+    myRequest.currentTag = tag;
+    myRequest.inTag = true;
+    ModuleCallResult result = myHost.call(*module, kKivRequest_ProcessTag, &myRequest);
+    myRequest.inTag = false;
+
+    if (!result.error.isSet && result.code == 0)
+        return result.output;
+
+    const RegionConfig& region = myRequest.region.region;
+    std::string headline = result.error.isSet ? result.error.headline
+                                              : "The &lt;" + tag.name + "&gt; tag could not be processed.";
+    std::string hint = result.error.isSet ? result.error.hint : "The module reported no further information.";
+    std::string logLine = htmlDecode(headline) + " " + htmlDecode(hint);
+    if (result.code != 0)
+        logLine += " (result " + fourCharacterCode(result.code) + ")";
+    writeServerLog(LogKind::Error, {region.name, myRequest.urlPath, tag.name}, logLine);
+    if (!region.showErrors)
+        return result.output;
+    return renderErrorBlock(tag.name, headline, hint) + result.output;
+}
+
+std::string TagDispatcher::placeholderValue(PlaceholderKind kind, std::string_view name)
+{
+    const std::string* value = nullptr;
+    switch (kind)
+    {
+    case PlaceholderKind::PageVariable:
+        value = myRequest.pageVariable(name);
+        break;
+    case PlaceholderKind::PathArgument:
+        value = findValue(myRequest.pathArguments, name);
+        break;
+    case PlaceholderKind::PostArgument:
+        value = findValue(myRequest.postArguments, name);
+        break;
+    }
+    return value ? *value : std::string();
+}
+
+void TagDispatcher::reportPageProblem(std::string_view tagName, std::string_view message)
+{
+    writeServerLog(LogKind::Warning, {myRequest.region.region.name, myRequest.urlPath, tagName}, message);
+}
+
+std::string sanitizeErrorText(std::string_view html)
+{
+    std::string out;
+    size_t i = 0;
+    while (i < html.size())
+    {
+        char c = html[i];
+        if (c == '<')
+        {
+            size_t close = html.find('>', i);
+            std::string tag = close == std::string_view::npos ? "" : toLower(html.substr(i, close - i + 1));
+            if (tag == "<p>" || tag == "<br>" || tag == "<br/>" || tag == "<br />" || tag == "</p>")
+            {
+                out += "<br>";
+                i = close + 1;
+                continue;
+            }
+            out += "&lt;";
+        }
+        else if (c == '>')
+            out += "&gt;";
+        else if (c == '"')
+            out += "&quot;";
+        else if (c == '&')
+        {
+            size_t end = i + 1;
+            if (end < html.size() && html[end] == '#')
+                ++end;
+            size_t nameStart = end;
+            while (end < html.size() && end - i < 12 &&
+                   ((html[end] >= 'a' && html[end] <= 'z') || (html[end] >= 'A' && html[end] <= 'Z') ||
+                    (html[end] >= '0' && html[end] <= '9')))
+                ++end;
+            bool reference = end > nameStart && end < html.size() && html[end] == ';';
+            out += reference ? "&" : "&amp;";
+        }
+        else
+            out += c;
+        ++i;
+    }
+    return out;
+}
+
+std::string renderErrorBlock(std::string_view tagName, std::string_view headline, std::string_view hint)
+{
+    return "<div class=\"kiv-error\" role=\"alert\" style=\"border:2px solid #b00020;background:#fdecee;"
+           "color:#4a0010;padding:0.6em 0.9em;margin:0.6em 0;font-family:sans-serif;font-size:0.95em\">"
+           "<strong>" +
+           sanitizeErrorText(headline) + "</strong><br><span style=\"font-size:0.9em\">" +
+           sanitizeErrorText(hint) + "</span><br><span style=\"font-size:0.8em;color:#7a4050\">&lt;" +
+           htmlEncode(tagName) + "&gt;</span></div>";
+}
+
+} // namespace kiv

@@ -1,0 +1,35 @@
+// Connects the page renderer to the modules for one page request: hands each module tag to
+// the module that registered it, and decides what the visitor and the log get to see when
+// a tag reports an error. This is the one place where tag result codes and error
+// information become page output and log lines.
+#pragma once
+
+#include "pages/PageRenderer.h"
+#include "services/ModuleHost.h"
+#include "services/RequestContext.h"
+
+namespace kiv
+{
+
+class TagDispatcher : public PageEnvironment
+{
+public:
+    TagDispatcher(ModuleHost& host, RequestContext& request) : myHost(host), myRequest(request) {}
+
+    std::optional<uint32_t> tagFlags(std::string_view name) override;
+    std::string runTag(const TagInvocation& tag) override;
+    std::string placeholderValue(PlaceholderKind kind, std::string_view name) override;
+    void reportPageProblem(std::string_view tagName, std::string_view message) override;
+
+private:
+    ModuleHost& myHost;
+    RequestContext& myRequest;
+};
+
+// The styled block that shows a tag's error where the tag stood. Headline and hint are
+// HTML from the module; only character references and line breaks survive from it, so
+// text that reached an error message from a visitor cannot inject markup.
+std::string renderErrorBlock(std::string_view tagName, std::string_view headline, std::string_view hint);
+std::string sanitizeErrorText(std::string_view html);
+
+} // namespace kiv

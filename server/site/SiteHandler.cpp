@@ -1,0 +1,331 @@
+// Request routing, access control and page rendering for a region.
+#include "site/SiteHandler.h"
+
+#include "common/SafePaths.h"
+#include "http/Forms.h"
+#include "http/StaticFiles.h"
+#include "logging/Log.h"
+#include "pages/PageRenderer.h"
+#include "services/RequestContext.h"
+#include "services/TagDispatcher.h"
+
+#include <fstream>
+#include <sodium.h>
+#include <sstream>
+
+namespace fs = std::filesystem;
+
+namespace kiv
+{
+
+namespace
+{
+
+constexpr size_t kMaxPageBytes = 16 * 1024 * 1024;
+
+bool hasParentSegment(std::string_view path)
+{
+    size_t start = 0;
+    while (start <= path.size())
+    {
+        size_t end = path.find('/', start);
+        if (end == std::string_view::npos)
+            end = path.size();
+        if (path.substr(start, end - start) == "..")
+            return true;
+        start = end + 1;
+    }
+    return false;
+}
+
+bool hasHiddenSegment(std::string_view path)
+{
+    return path.find("/.") != std::string_view::npos;
+}
+
+bool isPageFile(const RegionConfig& region, const fs::path& file)
+{
+    std::string extension = toLower(file.extension().string());
+    for (const auto& pageExtension : region.pageExtensions)
+        if (equalsIgnoringCase(extension, pageExtension))
+            return true;
+    return false;
+}
+
+bool readFile(const fs::path& file, std::string& text)
+{
+    std::ifstream in(file, std::ios::binary);
+    if (!in)
+        return false;
+    std::ostringstream content;
+    content << in.rdbuf();
+    text = content.str();
+    return text.size() <= kMaxPageBytes;
+}
+
+} // namespace
+
+bool decodeBasicCredentials(std::string_view header, std::string& user, std::string& password)
+{
+    std::string_view value = trim(header);
+    if (!startsWithIgnoringCase(value, "Basic "))
+        return false;
+    std::string_view encoded = trim(value.substr(6));
+    if (encoded.empty() || encoded.size() > 4096)
+        return false;
+    std::string decoded(encoded.size(), '\0');
+    size_t length = 0;
+    if (sodium_base642bin(reinterpret_cast<unsigned char*>(decoded.data()), decoded.size(), encoded.data(),
+                          encoded.size(), nullptr, &length, nullptr, sodium_base64_VARIANT_ORIGINAL) != 0)
+        return false;
+    decoded.resize(length);
+    size_t colon = decoded.find(':');
+    if (colon == std::string::npos)
+        return false;
+    user = decoded.substr(0, colon);
+    password = decoded.substr(colon + 1);
+    return true;
+}
+
+bool isSameOrigin(const HttpRequest& request)
+{
+    std::string host = request.headerOr("Host");
+    if (host.empty())
+        return false;
+    std::string expected = "http://" + toLower(host);
+    if (const std::string* origin = request.header("Origin"))
+        return toLower(trim(*origin)) == expected;
+    if (const std::string* referer = request.header("Referer"))
+    {
+        std::string lowered = toLower(*referer);
+        return lowered == expected || lowered.rfind(expected + "/", 0) == 0;
+    }
+    return false;
+}
+
+SiteHandler::SiteHandler(const ServerConfig& config, RegionStates& regions, ModuleHost& host)
+    : myConfig(config), myRegions(regions), myHost(host), myAdminPage(host)
+{
+}
+
+bool SiteHandler::isAdminPath(const std::string& path) const
+{
+    const std::string& admin = myConfig.adminPath;
+    return path.rfind(admin, 0) == 0 || path == admin.substr(0, admin.size() - 1);
+}
+
+bool SiteHandler::isProtected(const RegionConfig& region, const std::string& path) const
+{
+    for (const auto& prefix : region.protectedPaths)
+    {
+        if (path.rfind(prefix, 0) == 0)
+            return true;
+        if (prefix.size() > 1 && prefix.back() == '/' && path == prefix.substr(0, prefix.size() - 1))
+            return true;
+    }
+    return false;
+}
+
+bool SiteHandler::authenticate(RegionState& region, HttpRequest& request)
+{
+    std::string user, password;
+    const std::string* authorization = request.header("Authorization");
+    if (!authorization || !decodeBasicCredentials(*authorization, user, password))
+        return false;
+    if (!region.users.verify(user, password))
+    {
+        writeServerLog(LogKind::Warning, {region.region.name, request.path, ""},
+                       "failed login for user '" + user + "' from " + request.remoteAddress);
+        return false;
+    }
+    request.user = user;
+    return true;
+}
+
+void SiteHandler::handle(HttpRequest& request, HttpResponse& response)
+{
+    const RegionConfig& regionConfig = selectRegion(myConfig, request.headerOr("Host"));
+    RegionState& region = myRegions.stateOf(regionConfig);
+    NameValueList securityHeaders = {{"X-Content-Type-Options", "nosniff"},
+                                     {"Referrer-Policy", "same-origin"}};
+
+    auto finish = [&]
+    {
+        for (const auto& [name, value] : securityHeaders)
+            response.setHeader(name, value);
+    };
+
+    if (request.method != "GET" && request.method != "HEAD" && request.method != "POST")
+    {
+        response = makeErrorResponse(405);
+        response.setHeader("Allow", "GET, HEAD, POST");
+        return finish();
+    }
+    const std::string& path = request.path;
+    if (path.empty() || path[0] != '/' || hasParentSegment(path) || path.find('\\') != std::string::npos)
+    {
+        writeServerLog(LogKind::Warning, {regionConfig.name, path, ""},
+                       "refused a path that leaves the site from " + request.remoteAddress);
+        response = makeErrorResponse(400, "The path is not allowed.");
+        return finish();
+    }
+
+    bool admin = isAdminPath(path);
+    if (admin || isProtected(regionConfig, path))
+    {
+        securityHeaders.emplace_back("X-Frame-Options", "DENY");
+        securityHeaders.emplace_back("Content-Security-Policy", "frame-ancestors 'none'");
+        securityHeaders.emplace_back("Cache-Control", "no-store");
+        if (!authenticate(region, request))
+        {
+            response = makeErrorResponse(401, "This area needs a login.");
+            response.setHeader("WWW-Authenticate", "Basic realm=\"kiv-server " + regionConfig.name + "\"");
+            return finish();
+        }
+        if (request.method == "POST" && !isSameOrigin(request))
+        {
+            writeServerLog(LogKind::Warning, {regionConfig.name, path, ""},
+                           "refused a cross-origin form post from " + request.remoteAddress);
+            response = makeErrorResponse(403, "Form posts to this area must come from this site.");
+            return finish();
+        }
+    }
+
+    if (admin)
+    {
+        if (path + "/" == myConfig.adminPath)
+        {
+            response.status = 301;
+            response.setHeader("Location", myConfig.adminPath);
+            return finish();
+        }
+        RequestContext context(myConfig, region, request);
+        auto postArguments = parsePostArguments(request);
+        if (!postArguments)
+        {
+            response = makeErrorResponse(400, "The form data is malformed.");
+            return finish();
+        }
+        context.postArguments = std::move(*postArguments);
+        myAdminPage.handle(context, response);
+        myHost.finishRequest(context);
+        return finish();
+    }
+    serveResource(region, request, response);
+    finish();
+}
+
+void SiteHandler::serveResource(RegionState& region, HttpRequest& request, HttpResponse& response)
+{
+    const RegionConfig& config = region.region;
+    const std::string& path = request.path;
+    if (hasHiddenSegment(path))
+    {
+        response = makeErrorResponse(404);
+        return;
+    }
+    auto file = resolveUrlPath(config.siteRoot, path);
+    std::error_code error;
+    if (!file)
+    {
+        writeServerLog(LogKind::Warning, {config.name, path, ""},
+                       "refused a path that resolves outside the site");
+        response = makeErrorResponse(404);
+        return;
+    }
+    if (fs::is_directory(*file, error))
+    {
+        if (path.back() != '/')
+        {
+            response.status = 301;
+            std::string rawPath = request.target.substr(0, request.target.find('?'));
+            if (rawPath.empty() || rawPath[0] != '/')
+                rawPath = path;
+            response.setHeader(
+                "Location", rawPath + "/" + (request.queryString.empty() ? "" : "?" + request.queryString));
+            return;
+        }
+        for (const auto& index : config.indexFiles)
+        {
+            if (fs::is_regular_file(*file / index, error))
+            {
+                *file /= index;
+                break;
+            }
+        }
+        if (fs::is_directory(*file, error))
+        {
+            if (!config.directoryListing || request.method == "POST")
+            {
+                response = makeErrorResponse(request.method == "POST" ? 405 : 403);
+                return;
+            }
+            response.body = renderDirectoryListing(*file, path);
+            response.setHeader("Content-Type", "text/html; charset=ISO-8859-1");
+            return;
+        }
+    }
+    if (!fs::is_regular_file(*file, error))
+    {
+        response = makeErrorResponse(404);
+        return;
+    }
+    if (isPageFile(config, *file))
+    {
+        renderPageFile(region, *file, request, response);
+        return;
+    }
+    if (request.method == "POST")
+    {
+        response = makeErrorResponse(405);
+        response.setHeader("Allow", "GET, HEAD");
+        return;
+    }
+    serveStaticFile(*file, request, response);
+}
+
+void SiteHandler::renderPageFile(RegionState& region, const fs::path& file, HttpRequest& request,
+                                 HttpResponse& response)
+{
+    const RegionConfig& config = region.region;
+    std::string text;
+    if (!readFile(file, text))
+    {
+        writeServerLog(LogKind::Error, {config.name, request.path, ""}, "cannot read page " + file.string());
+        response = makeErrorResponse(500, "The page cannot be read.");
+        return;
+    }
+    auto postArguments = parsePostArguments(request);
+    if (!postArguments)
+    {
+        response = makeErrorResponse(400, "The form data is malformed.");
+        return;
+    }
+    RequestContext context(myConfig, region, request);
+    context.postArguments = std::move(*postArguments);
+    context.physicalPath = file;
+    TagDispatcher dispatcher(myHost, context);
+    response.body = renderPage(text, dispatcher);
+    myHost.finishRequest(context);
+
+    response.status = 200;
+    response.setHeader("Content-Type", "text/html; charset=" + config.pageCharset);
+    response.setHeader("Cache-Control", "no-cache");
+    applyModuleResponse(context.response, response);
+}
+
+void SiteHandler::applyModuleResponse(const ResponseSettings& settings, HttpResponse& response)
+{
+    if (settings.status)
+        response.status = *settings.status;
+    for (const auto& [name, value] : settings.headers)
+        response.addHeader(name, value);
+    if (!settings.location.empty())
+    {
+        if (response.status < 300 || response.status > 399)
+            response.status = 302;
+        response.setHeader("Location", settings.location);
+    }
+}
+
+} // namespace kiv

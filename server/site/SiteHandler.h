@@ -1,0 +1,47 @@
+// Turns one HTTP request into a response for the region it addresses: access control
+// (protected paths and the administration page need a login, their form posts must come
+// from the same origin), path confinement, pages rendered with their module tags, static
+// files, and folder indexes. Every response carries the security headers.
+#pragma once
+
+#include "admin/AdminPage.h"
+#include "config/ServerConfig.h"
+#include "http/HttpMessage.h"
+#include "region/RegionState.h"
+#include "services/ModuleHost.h"
+
+namespace kiv
+{
+
+class SiteHandler
+{
+public:
+    SiteHandler(const ServerConfig& config, RegionStates& regions, ModuleHost& host);
+
+    void handle(HttpRequest& request, HttpResponse& response);
+
+    // Renders a page file of a region without access control (for `kiv-server render`).
+    void renderPageFile(RegionState& region, const std::filesystem::path& file, HttpRequest& request,
+                        HttpResponse& response);
+
+private:
+    bool isProtected(const RegionConfig& region, const std::string& path) const;
+    bool isAdminPath(const std::string& path) const;
+    bool authenticate(RegionState& region, HttpRequest& request);
+    void serveResource(RegionState& region, HttpRequest& request, HttpResponse& response);
+    void applyModuleResponse(const struct ResponseSettings& settings, HttpResponse& response);
+
+    const ServerConfig& myConfig;
+    RegionStates& myRegions;
+    ModuleHost& myHost;
+    AdminPage myAdminPage;
+};
+
+// Whether a form post comes from a page of this server: its Origin (or, without one, its
+// Referer) must name the same scheme, host and port as the Host header.
+bool isSameOrigin(const HttpRequest& request);
+
+// The user and password of a Basic Authorization header; false when there is none.
+bool decodeBasicCredentials(std::string_view header, std::string& user, std::string& password);
+
+} // namespace kiv
