@@ -639,7 +639,19 @@ uint32_t EmbeddedDatabase::executeSearch(std::string_view text)
         if (!sql.where.empty())
             query += " WHERE " + sql.where;
         query += " ORDER BY " + sql.orderBy;
-        auto select = myConnection->sql().prepare(query);
+        SqliteStatement select;
+        try
+        {
+            select = myConnection->sql().prepare(query);
+        }
+        catch (const SqliteError& error)
+        {
+            // The query holds only our column names and parameters; if SQLite still cannot
+            // take it, the search was too complex for it.
+            if (error.primaryCode() != SQLITE_ERROR)
+                throw;
+            return fail(result::kImproperFormat, "The search is too complex; simplify it.");
+        }
         for (size_t i = 0; i < sql.bindings.size(); ++i)
             std::visit(
                 [&](const auto& value)

@@ -146,8 +146,7 @@ private:
                 (myText[myOffset] == '=' || (c == '<' && myText[myOffset] == '>')))
                 token.text += myText[myOffset++];
             if (token.text == "!")
-                return SyntaxError{"Unexpected \"!\"" + at(token.position) +
-                                   "; write <> or != for not equal."};
+                return SyntaxError{"Unexpected \"!\"" + at(token.position) + "; use != for not equal."};
             return std::nullopt;
         default:
             return SyntaxError{"Unexpected character " + quoteForMessage(std::string(1, c)) +

@@ -52,13 +52,20 @@ public:
         case Node::Kind::And:
         case Node::Kind::Or:
         {
-            std::string left;
-            std::string right;
-            if (const uint32_t code = this->node(*node.left, left); code != result::kSuccess)
-                return code;
-            if (const uint32_t code = this->node(*node.right, right); code != result::kSuccess)
-                return code;
-            out = "(" + left + (node.kind == Node::Kind::And ? " AND " : " OR ") + right + ")";
+            // A chain of the same operator becomes one flat list: SQLite's parser has a small
+            // stack, and "a AND b AND c" must not nest as deep as the chain is long.
+            std::vector<const Node*> operands;
+            flatten(node, node.kind, operands);
+            const char* glue = node.kind == Node::Kind::And ? " AND " : " OR ";
+            out = "(";
+            for (size_t i = 0; i < operands.size(); ++i)
+            {
+                std::string operand;
+                if (const uint32_t code = this->node(*operands[i], operand); code != result::kSuccess)
+                    return code;
+                out += (i ? glue : "") + operand;
+            }
+            out += ")";
             return result::kSuccess;
         }
         case Node::Kind::Not:
@@ -66,7 +73,7 @@ public:
             std::string operand;
             if (const uint32_t code = this->node(*node.left, operand); code != result::kSuccess)
                 return code;
-            out = "(NOT " + operand + ")";
+            out = "NOT " + operand; // the operand is parenthesised already
             return result::kSuccess;
         }
         case Node::Kind::Comparison:
@@ -89,6 +96,17 @@ public:
     }
 
 private:
+    static void flatten(const Node& node, Node::Kind kind, std::vector<const Node*>& operands)
+    {
+        if (node.kind != kind)
+        {
+            operands.push_back(&node);
+            return;
+        }
+        flatten(*node.left, kind, operands);
+        flatten(*node.right, kind, operands);
+    }
+
     uint32_t notFound(const std::string& name)
     {
         myMessage = name;
