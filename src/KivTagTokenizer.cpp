@@ -131,21 +131,28 @@ void KivTagTokenizer::Process(const KivDataStream& stream_i)
                 state = kState_Text;
             }
             break;
+        // The product prefix "kiv" is matched letter by letter, in either case, the same way
+        // after "<" and after "</"; the states of each sequence are consecutive.
         case kState_AfterOpenK:
-            state = IsByte(byte, 'I') ? kState_AfterOpenKI : kState_TagName;
+        case kState_AfterEndOpenK:
+            state = IsByte(byte, 'I') ? state + 1 : kState_TagName;
             break;
         case kState_AfterOpenKI:
-            state = IsByte(byte, 'V') ? kState_AfterOpenKIV : kState_TagName;
+        case kState_AfterEndOpenKI:
+            state = IsByte(byte, 'V') ? state + 1 : kState_TagName;
             break;
         case kState_AfterOpenKIV:
+        case kState_AfterEndOpenKIV:
             if (byte == '>')
                 closes = true;
             else
             {
                 if (IsLetterOrDigit(byte))
                 {
-                    token.myFlags = kKivToken_ProductTag;
-                    myProductTagFound = true;
+                    bool isStartTag = state == kState_AfterOpenKIV;
+                    token.myFlags = isStartTag ? kKivToken_ProductTag : kKivToken_ProductEndTag;
+                    // Only a product start tag counts: an end tag alone opens nothing.
+                    myProductTagFound = myProductTagFound || isStartTag;
                 }
                 state = kState_TagName;
             }
@@ -158,22 +165,6 @@ void KivTagTokenizer::Process(const KivDataStream& stream_i)
             break;
         case kState_AfterEndOpen:
             state = IsByte(byte, 'K') ? kState_AfterEndOpenK : kState_TagName;
-            break;
-        case kState_AfterEndOpenK:
-            state = IsByte(byte, 'I') ? kState_AfterEndOpenKI : kState_TagName;
-            break;
-        case kState_AfterEndOpenKI:
-            state = IsByte(byte, 'V') ? kState_AfterEndOpenKIV : kState_TagName;
-            break;
-        case kState_AfterEndOpenKIV:
-            if (byte == '>')
-                closes = true;
-            else
-            {
-                if (IsLetterOrDigit(byte))
-                    token.myFlags = kKivToken_ProductEndTag;
-                state = kState_TagName;
-            }
             break;
         case kState_Text:
             break;
