@@ -1,0 +1,491 @@
+#!/usr/bin/env python3
+"""End-to-end tests of kiv-server: a real server process on a loopback port, driven over
+HTTP with the test module (tests/server/modules/TestModule.cpp) loaded. Standard library
+only. Run by ctest; by hand: test_server.py --server build/server/kiv-server --module
+build/tests/e2e/kiv_test_module.so"""
+
+import argparse
+import base64
+import http.client
+import os
+import re
+import shutil
+import signal
+import socket
+import subprocess
+import sys
+import tempfile
+import threading
+import time
+import unittest
+
+SERVER = None
+MODULE = None
+PASSWORD = "correct horse"
+
+INDEX_PAGE = """<html><body>
+<p>q=&kivPathArgument(q);</p>
+<kivEcho a="1" b='&kivPathArgument(q);' a="2">
+<kivSetVar name="v" value="x<y">
+<p>var=&kivPageVariable(v);</p>
+<kivGetVar name="v">
+<kivBody>inner &kivPathArgument(q); <kivEcho c=3></kivBody>
+<kivRawBody>raw &kivPathArgument(q); <kivEcho c=3></kivRawBody>
+<kivEmit text="<kivEcho d=4> &amp;kivPathArgument(q);">
+<kivDoNotProcess><kivEcho e=5> &kivPathArgument(q);</kivDoNotProcess>
+<p>end of page</p>
+</body></html>
+"""
+
+PAGES = {
+    "index.html": INDEX_PAGE,
+    "args.html": '<kivArgs path="q" post="name" cookie="session" cgi="REQUEST_METHOD">',
+    "error.html": '<p>before</p><kivFail headline="Lookup of &lt;x&gt; failed <script>alert(1)</script>" '
+                  'hint="Check &quot;x&quot;."><p>after the tag</p>',
+    "crash.html": "<p>about to crash</p><kivAbort>",
+    "status.html": '<kivStatus code="404" header="X-Test" value="yes">missing',
+    "redirect.html": '<kivStatus location="/index.html">',
+    "badheader.html": '<kivStatus header="Content-Length" value="0">',
+    "pref.html": '<kivPref key="testPref">',
+    "files.html": '<kivFile path="exports/list.csv"> <kivFile path="../outside.txt"> '
+                  '<kivFile path="/etc/passwd">',
+    "info.html": "<kivInfo>",
+    "manage/editor.html": "<p>editor</p>",
+    "sub/readme.txt": "plain text\n",
+    "style.css": "body { color: black; }\n",
+}
+
+
+def make_site(base):
+    site = os.path.join(base, "site")
+    for name, text in PAGES.items():
+        path = os.path.join(site, name)
+        os.makedirs(os.path.dirname(path), exist_ok=True)
+        with open(path, "w", encoding="latin-1") as out:
+            out.write(text)
+    outside = os.path.join(base, "outside")
+    os.makedirs(outside)
+    with open(os.path.join(outside, "secret.txt"), "w") as out:
+        out.write("TOP-SECRET\n")
+    with open(os.path.join(base, "secret.txt"), "w") as out:
+        out.write("TOP-SECRET\n")
+    os.symlink(outside, os.path.join(site, "escape"))
+    return site
+
+
+def password_hash():
+    result = subprocess.run([SERVER, "passwd"], input=PASSWORD + "\n", capture_output=True, text=True,
+                            timeout=60, check=True)
+    return result.stdout.strip()
+
+
+def write_config(base, site, workers=2):
+    config = os.path.join(base, "server.toml")
+    with open(config, "w") as out:
+        out.write(f"""
+[server]
+listen = "127.0.0.1"
+port = 0
+workers = {workers}
+threads = 4
+modules = ["{MODULE}"]
+server_log = "logs/server.log"
+access_log = "logs/access.log"
+
+[limits]
+max_request_line = 2048
+max_header_bytes = 8192
+max_body_bytes = 65536
+header_timeout = 2
+body_timeout = 3
+keep_alive_timeout = 2
+
+[[region]]
+name = "main"
+root = "{site}"
+data = "data"
+protected = ["/manage/"]
+[region.users]
+admin = "{password_hash()}"
+
+[[region]]
+name = "quiet"
+hosts = ["quiet.test"]
+root = "{site}"
+data = "data"
+show_errors = false
+""")
+    return config
+
+
+class Server:
+    """A kiv-server process; stopped (and waited for) by stop()."""
+
+    def __init__(self, config, env=None):
+        self.process = subprocess.Popen([SERVER, "serve", "--config", config], stdout=subprocess.DEVNULL,
+                                        stderr=subprocess.PIPE, env=env)
+        self.port = None
+        deadline = time.time() + 60
+        line = b""
+        while time.time() < deadline:
+            line = self.process.stderr.readline()
+            match = re.search(rb"listening on http://127\.0\.0\.1:(\d+)/", line)
+            if match:
+                self.port = int(match.group(1))
+                break
+            if not line and self.process.poll() is not None:
+                break
+        if self.port is None:
+            self.process.kill()
+            raise RuntimeError("kiv-server did not start: " + line.decode(errors="replace"))
+        # Keep reading standard error so that the server never blocks on a full pipe.
+        self.drain = threading.Thread(target=self.process.stderr.read, daemon=True)
+        self.drain.start()
+        wait_until(lambda: self.try_get("/style.css") == 200, 30)
+
+    def try_get(self, path):
+        try:
+            return request(self.port, "GET", path)[0]
+        except OSError:
+            return None
+
+    def stop(self, sig=signal.SIGTERM):
+        if self.process.poll() is None:
+            self.process.send_signal(sig)
+        try:
+            return self.process.wait(timeout=40)
+        except subprocess.TimeoutExpired:
+            self.process.kill()
+            self.process.wait()
+            raise
+        finally:
+            self.drain.join(timeout=5)
+            self.process.stderr.close()
+
+
+def wait_until(condition, seconds):
+    deadline = time.time() + seconds
+    while time.time() < deadline:
+        if condition():
+            return True
+        time.sleep(0.1)
+    return False
+
+
+def request(port, method, path, body=None, headers=None, host=None):
+    connection = http.client.HTTPConnection("127.0.0.1", port, timeout=20)
+    try:
+        all_headers = dict(headers or {})
+        if host:
+            all_headers["Host"] = host
+        connection.request(method, path, body=body, headers=all_headers)
+        response = connection.getresponse()
+        return response.status, response.headers, response.read()
+    finally:
+        connection.close()
+
+
+def raw_exchange(port, data, timeout=10, pause_after=None):
+    """Sends bytes on a fresh connection and returns everything received until close."""
+    with socket.create_connection(("127.0.0.1", port), timeout=timeout) as connection:
+        connection.sendall(data)
+        if pause_after is not None:
+            time.sleep(pause_after)
+        received = b""
+        try:
+            while True:
+                chunk = connection.recv(65536)
+                if not chunk:
+                    break
+                received += chunk
+        except (socket.timeout, ConnectionResetError):
+            pass
+        return received
+
+
+def basic(user, password):
+    token = base64.b64encode(f"{user}:{password}".encode()).decode()
+    return {"Authorization": "Basic " + token}
+
+
+class ServerTest(unittest.TestCase):
+    @classmethod
+    def setUpClass(cls):
+        cls.base = tempfile.mkdtemp(prefix="kiv-e2e-")
+        cls.site = make_site(cls.base)
+        cls.config = write_config(cls.base, cls.site)
+        cls.server = Server(cls.config)
+        cls.port = cls.server.port
+
+    @classmethod
+    def tearDownClass(cls):
+        cls.server.stop()
+        shutil.rmtree(cls.base, ignore_errors=True)
+
+    def get(self, path, **kwargs):
+        return request(self.port, "GET", path, **kwargs)
+
+    def server_log(self):
+        with open(os.path.join(self.base, "logs", "server.log"), encoding="latin-1") as log:
+            return log.read()
+
+    # Rendering -----------------------------------------------------------------------------
+
+    def test_page_tags_render_in_document_order_with_placeholders(self):
+        status, headers, body = self.get("/?q=A%26B")
+        text = body.decode("latin-1")
+        self.assertEqual(status, 200)
+        self.assertEqual(headers["Content-Type"], "text/html; charset=ISO-8859-1")
+        self.assertIn("<p>q=A&amp;B</p>", text)  # page text: HTML-encoded
+        self.assertIn("ECHO(a=1;b=A&B;a=2;second-a=2;)", text)  # parameters: plain, in order, repeated
+        self.assertIn("<p>var=x&lt;y</p>", text)  # a variable set by an earlier tag
+        self.assertIn("VAR=x<y", text)
+        self.assertIn("BODY[inner A&amp;B ECHO(c=3;)]", text)  # container body rendered first
+        self.assertIn("RAW[raw &kivPathArgument(q); <kivEcho c=3>]", text)  # raw body untouched
+        self.assertIn("<kivEcho d=4> &kivPathArgument(q);", text)  # module output never processed
+        self.assertIn("<kivEcho e=5> &kivPathArgument(q);", text)  # author's unprocessed section
+        self.assertNotIn("kivDoNotProcess", text)
+        self.assertIn("end of page", text)
+
+    def test_path_post_arguments_cookies_and_cgi_reach_the_module(self):
+        form = "name=first&name=second&other=x"
+        status, _, body = request(self.port, "POST", "/args.html?q=p1&q=p2", body=form,
+                                  headers={"Content-Type": "application/x-www-form-urlencoded",
+                                           "Cookie": "theme=dark; session=abc123"})
+        self.assertEqual(status, 200)
+        self.assertIn(b"PATH=p1;POST=first;COOKIE=abc123;CGI=POST;POSTS=name:5,name:6,other:1,", body)
+
+    def test_multipart_posts_keep_field_order_and_bytes(self):
+        boundary = "XyZzY"
+        content = bytes(range(256))
+        body = (f"--{boundary}\r\nContent-Disposition: form-data; name=\"name\"\r\n\r\nAnn\r\n"
+                f"--{boundary}\r\nContent-Disposition: form-data; name=\"upload\"; filename=\"b.bin\"\r\n"
+                f"Content-Type: application/octet-stream\r\n\r\n").encode() + content + \
+               f"\r\n--{boundary}--\r\n".encode()
+        status, _, reply = request(self.port, "POST", "/args.html", body=body,
+                                   headers={"Content-Type": f"multipart/form-data; boundary={boundary}"})
+        self.assertEqual(status, 200)
+        self.assertIn(b"POST=Ann;", reply)
+        self.assertIn(b"POSTS=name:3,upload:256,", reply)
+
+    def test_request_information_services(self):
+        _, _, body = self.get("/info.html")
+        self.assertIn(b"URL=/info.html;PARENT=/;REGION=main;LANG=16777216;PAGEID=set", body)
+
+    # Errors -----------------------------------------------------------------------------
+
+    def test_tag_error_is_shown_in_place_and_logged(self):
+        status, _, body = self.get("/error.html")
+        text = body.decode("latin-1")
+        self.assertEqual(status, 200)
+        self.assertIn('class="kiv-error"', text)
+        self.assertLess(text.index("before"), text.index("kiv-error"))
+        self.assertLess(text.index("kiv-error"), text.index("after the tag"))
+        self.assertIn("&lt;script&gt;", text)  # error texts cannot inject markup
+        self.assertNotIn("<script>", text)
+        self.assertIn("partial output", text)
+        self.assertTrue(wait_until(lambda: "tag=kivFail" in self.server_log(), 5))
+
+    def test_region_can_hide_tag_errors_from_visitors(self):
+        status, _, body = self.get("/error.html", host="quiet.test")
+        self.assertEqual(status, 200)
+        self.assertNotIn(b"kiv-error", body)
+        self.assertIn(b"after the tag", body)
+        self.assertTrue(wait_until(lambda: "region=quiet page=/error.html tag=kivFail" in self.server_log(), 5))
+
+    def test_modules_set_status_headers_and_redirects(self):
+        status, headers, body = self.get("/status.html")
+        self.assertEqual(status, 404)
+        self.assertEqual(headers["X-Test"], "yes")
+        self.assertIn(b"HEADER-OK", body)
+        status, headers, _ = self.get("/redirect.html")
+        self.assertEqual(status, 302)
+        self.assertEqual(headers["Location"], "/index.html")
+        status, headers, body = self.get("/badheader.html")
+        self.assertIn(b"HEADER-REFUSED", body)  # framing headers stay the server's
+
+    def test_module_file_paths_stay_in_the_data_folder(self):
+        _, _, body = self.get("/files.html")
+        text = body.decode("latin-1")
+        data = os.path.realpath(os.path.join(self.base, "data"))
+        self.assertIn("FILE-OK:" + os.path.join(data, "exports", "list.csv"), text)
+        self.assertEqual(text.count("FILE-REFUSED"), 2)
+
+    # Administration and access control ------------------------------------------------------
+
+    def test_admin_page_needs_a_login(self):
+        status, headers, _ = self.get("/kiv-admin/")
+        self.assertEqual(status, 401)
+        self.assertIn("Basic", headers["WWW-Authenticate"])
+        status, _, _ = self.get("/kiv-admin/", headers=basic("admin", "wrong"))
+        self.assertEqual(status, 401)
+        status, headers, body = self.get("/kiv-admin/", headers=basic("admin", PASSWORD))
+        self.assertEqual(status, 200)
+        self.assertEqual(headers["X-Frame-Options"], "DENY")
+        self.assertIn(b"Test Module", body)
+        self.assertIn(b"&lt;kivRawBody&gt;", body)
+        self.assertIn(b"body passed unprocessed", body)
+
+    def test_admin_preferences_are_stored_per_region_and_seen_by_every_worker(self):
+        origin = f"http://127.0.0.1:{self.port}"
+        form = "kivAdminModule=0&testPref=blue%20sky"
+        headers = dict(basic("admin", PASSWORD), **{"Content-Type": "application/x-www-form-urlencoded",
+                                                     "Origin": origin})
+        status, _, body = request(self.port, "POST", "/kiv-admin/", body=form, headers=headers)
+        self.assertEqual(status, 200)
+        self.assertIn(b"saved", body)
+        for _ in range(6):  # the requests spread over both workers
+            _, _, page = self.get("/pref.html")
+            self.assertIn(b"PREF=blue sky", page)
+        _, _, admin = self.get("/kiv-admin/", headers=basic("admin", PASSWORD))
+        self.assertIn(b'value="blue sky"', admin)
+
+    def test_cross_origin_posts_to_protected_areas_are_refused(self):
+        form = "kivAdminModule=0&testPref=evil"
+        base = dict(basic("admin", PASSWORD), **{"Content-Type": "application/x-www-form-urlencoded"})
+        for extra in ({}, {"Origin": "http://attacker.example"}, {"Referer": "http://attacker.example/x"}):
+            status, _, _ = request(self.port, "POST", "/kiv-admin/", body=form, headers=dict(base, **extra))
+            self.assertEqual(status, 403, extra)
+        _, _, page = self.get("/pref.html")
+        self.assertNotIn(b"evil", page)
+
+    def test_protected_paths_need_a_login(self):
+        status, _, _ = self.get("/manage/editor.html")
+        self.assertEqual(status, 401)
+        status, headers, body = self.get("/manage/editor.html", headers=basic("admin", PASSWORD))
+        self.assertEqual(status, 200)
+        self.assertIn(b"editor", body)
+        self.assertEqual(headers["X-Frame-Options"], "DENY")
+
+    # Static files -----------------------------------------------------------------------
+
+    def test_static_files_have_types_and_validators(self):
+        status, headers, body = self.get("/style.css")
+        self.assertEqual(status, 200)
+        self.assertEqual(headers["Content-Type"], "text/css")
+        self.assertEqual(headers["X-Content-Type-Options"], "nosniff")
+        self.assertEqual(body, b"body { color: black; }\n")
+        status, _, body = self.get("/style.css", headers={"If-None-Match": headers["ETag"]})
+        self.assertEqual(status, 304)
+        self.assertEqual(body, b"")
+        status, headers, _ = self.get("/sub")
+        self.assertEqual(status, 301)
+        self.assertEqual(headers["Location"], "/sub/")
+        status, _, body = self.get("/sub/")
+        self.assertEqual(status, 200)
+        self.assertIn(b'href="readme.txt"', body)
+        status, _, _ = self.get("/nothing-here.html")
+        self.assertEqual(status, 404)
+
+    def test_no_request_reaches_files_outside_the_site(self):
+        attempts = ["/../secret.txt", "/%2e%2e/secret.txt", "/sub/%2E%2E/%2e%2e/secret.txt",
+                    "/sub/..%2f..%2fsecret.txt", "/escape/secret.txt", "/escape/", "/sub/%5c..%5csecret.txt",
+                    "/%00/etc/passwd"]
+        for path in attempts:
+            reply = raw_exchange(self.port, f"GET {path} HTTP/1.1\r\nHost: x\r\nConnection: close\r\n\r\n".encode())
+            self.assertRegex(reply, rb"^HTTP/1\.1 (400|403|404) ", path)
+            self.assertNotIn(b"TOP-SECRET", reply, path)
+
+    # Limits -----------------------------------------------------------------------------
+
+    def test_oversized_requests_are_refused(self):
+        reply = raw_exchange(self.port, b"GET /" + b"a" * 4000 + b" HTTP/1.1\r\nHost: x\r\n\r\n")
+        self.assertTrue(reply.startswith(b"HTTP/1.1 414 "), reply[:40])
+        reply = raw_exchange(self.port, b"GET / HTTP/1.1\r\nHost: x\r\nX-Big: " + b"b" * 9000 + b"\r\n\r\n")
+        self.assertTrue(reply.startswith(b"HTTP/1.1 431 "), reply[:40])
+        reply = raw_exchange(self.port, b"POST /args.html HTTP/1.1\r\nHost: x\r\nContent-Length: 999999\r\n\r\n")
+        self.assertTrue(reply.startswith(b"HTTP/1.1 413 "), reply[:40])
+        status, _, _ = self.get("/style.css")
+        self.assertEqual(status, 200)
+
+    def test_slow_clients_are_cut_off(self):
+        started = time.time()
+        reply = raw_exchange(self.port, b"GET / HTTP/1.1\r\nHost: x\r\n", timeout=15)
+        self.assertTrue(reply == b"" or reply.startswith(b"HTTP/1.1 408 "), reply[:40])
+        self.assertLess(time.time() - started, 12)
+        # A client that trickles its head one byte at a time is cut off just the same.
+        with socket.create_connection(("127.0.0.1", self.port), timeout=15) as connection:
+            closed = False
+            started = time.time()
+            for byte in b"GET /index.html HTTP/1.1\r\nHost: x\r\nX-Slow: " + b"z" * 40:
+                if time.time() - started > 8:
+                    break
+                try:
+                    connection.sendall(bytes([byte]))
+                except OSError:
+                    closed = True
+                    break
+                time.sleep(0.25)
+            if not closed:
+                connection.settimeout(5)
+                try:
+                    reply = connection.recv(100)
+                except OSError:
+                    reply = b""
+                closed = reply == b"" or reply.startswith(b"HTTP/1.1 408")
+            self.assertTrue(closed)
+        status, _, _ = self.get("/style.css")
+        self.assertEqual(status, 200)
+
+    # Processes --------------------------------------------------------------------------
+
+    def test_a_worker_crash_does_not_stop_the_service(self):
+        with self.assertRaises((http.client.HTTPException, OSError)):
+            self.get("/crash.html")
+        self.assertTrue(wait_until(lambda: "killed by signal" in self.server_log(), 10))
+        for _ in range(10):
+            status, _, body = self.get("/?q=ok")
+            self.assertEqual(status, 200)
+            self.assertIn(b"<p>q=ok</p>", body)
+
+
+class LifecycleTest(unittest.TestCase):
+    def test_graceful_stop_terminates_the_modules(self):
+        base = tempfile.mkdtemp(prefix="kiv-e2e-stop-")
+        try:
+            site = make_site(base)
+            config = write_config(base, site, workers=2)
+            marker = os.path.join(base, "terminated.txt")
+            server = Server(config, env=dict(os.environ, KIV_TEST_TERMINATE_FILE=marker))
+            self.assertEqual(request(server.port, "GET", "/?q=1")[0], 200)
+            self.assertEqual(server.stop(signal.SIGTERM), 0)
+            with open(marker) as lines:
+                self.assertEqual(lines.read().count("terminated"), 2)  # 'MTrm' in each worker
+        finally:
+            shutil.rmtree(base, ignore_errors=True)
+
+    def test_commands_check_render_and_passwd(self):
+        base = tempfile.mkdtemp(prefix="kiv-e2e-cli-")
+        try:
+            site = make_site(base)
+            config = write_config(base, site)
+            result = subprocess.run([SERVER, "check", "--config", config], capture_output=True, text=True, timeout=60)
+            self.assertEqual(result.returncode, 0, result.stderr)
+            with open(os.path.join(base, "bad.toml"), "w") as bad:
+                bad.write('[server]\nport = "eighty"\n[[region]]\nroot = "nowhere"\n')
+            result = subprocess.run([SERVER, "check", "--config", os.path.join(base, "bad.toml")],
+                                    capture_output=True, text=True, timeout=60)
+            self.assertEqual(result.returncode, 1)
+            self.assertIn("port", result.stderr)
+            result = subprocess.run([SERVER, "render", "--config", config, "--page", "/index.html", "--query", "q=cli"],
+                                    capture_output=True, timeout=60)
+            self.assertEqual(result.returncode, 0, result.stderr)
+            self.assertIn(b"<p>q=cli</p>", result.stdout)
+            self.assertTrue(password_hash().startswith("$argon2id$"))
+        finally:
+            shutil.rmtree(base, ignore_errors=True)
+
+
+def main():
+    global SERVER, MODULE
+    parser = argparse.ArgumentParser()
+    parser.add_argument("--server", required=True)
+    parser.add_argument("--module", required=True)
+    options, rest = parser.parse_known_args()
+    SERVER = os.path.abspath(options.server)
+    MODULE = os.path.abspath(options.module)
+    unittest.main(argv=[sys.argv[0]] + rest, verbosity=2)
+
+
+if __name__ == "__main__":
+    main()
