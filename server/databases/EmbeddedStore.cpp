@@ -396,7 +396,8 @@ uint32_t DatabaseCatalogue::remove(const std::string& name, std::string& message
     auto lock = DatabaseLock::acquire(lockFileOf(*stored), DatabaseLock::Mode::Exclusive, myOptions.lockWait);
     if (!lock)
     {
-        message = "The database \"" + *stored + "\" is open; it can be deleted when no one uses it.";
+        message = "The database \"" + *stored +
+                  "\" is open; it can be deleted when no one uses it. Try again in a few moments.";
         return result::kLocked;
     }
     const auto file = fileOf(*stored);
