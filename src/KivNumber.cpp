@@ -991,31 +991,30 @@ int KivNumber::Divide(const KivNumber& divisor_i, KivNumber* quotient_o, KivNumb
 
 int KivNumber::DivideNoRemainder(const KivNumber& divisor_i)
 {
-    if (divisor_i.IsZero())
-    {
-        HandleNumberError(kKivNumberError_DivideByZero);
-        return kKivNumberError_DivideByZero;
-    }
-    // One digit more than the scale is enough to round half up exactly.
-    KivNumberDigits quotient;
-    KivNumberDigits remainder;
-    DivideMagnitudes(Unpack(myNumber), Unpack(divisor_i.myNumber), myScale + 1, quotient, remainder);
-    quotient.negative = IsNegative() != divisor_i.IsNegative();
-    return StoreDigits(quotient, kKivNumberError_OverflowNumber);
+    return DivideInPlace(divisor_i, false);
 }
 
 int KivNumber::Remainder(const KivNumber& divisor_i)
+{
+    return DivideInPlace(divisor_i, true);
+}
+
+int KivNumber::DivideInPlace(const KivNumber& divisor_i, bool keepRemainder_i)
 {
     if (divisor_i.IsZero())
     {
         HandleNumberError(kKivNumberError_DivideByZero);
         return kKivNumberError_DivideByZero;
     }
+    // For the quotient, one digit more than the scale is enough to round half up exactly; the
+    // remainder is the one left by the integral quotient.
     KivNumberDigits quotient;
     KivNumberDigits remainder;
-    DivideMagnitudes(Unpack(myNumber), Unpack(divisor_i.myNumber), 0, quotient, remainder);
+    DivideMagnitudes(Unpack(myNumber), Unpack(divisor_i.myNumber), keepRemainder_i ? 0 : myScale + 1,
+                     quotient, remainder);
+    quotient.negative = IsNegative() != divisor_i.IsNegative();
     remainder.negative = IsNegative();
-    return StoreDigits(remainder, kKivNumberError_OverflowNumber);
+    return StoreDigits(keepRemainder_i ? remainder : quotient, kKivNumberError_OverflowNumber);
 }
 
 int KivNumber::Round(const int& scale_i)

@@ -176,6 +176,9 @@ private:
     // integral part does not fit and leaves the number as it was.
     int StoreDigits(KivNumberDigits value_i, int errorCode_i);
     int AddOrSubtract(const KivNumber& operand_i, bool subtract_i);
+    // This number divided by the divisor (rounded to the scale), or the remainder of the
+    // integral quotient.
+    int DivideInPlace(const KivNumber& divisor_i, bool keepRemainder_i);
     int IntegralCapacity() const { return myLength - myScale; }
 
     KivString myNumber;
