@@ -21,40 +21,38 @@ namespace
 constexpr uint32_t kUnknownRequest = KIV_FOURCC('M', 'X', 'y', 'z');
 constexpr uint32_t kProcessorFailure = KIV_FOURCC('M', 'E', 'r', 'r');
 
-// The built library, loaded once for all tests like a host loads a module.
+// The built library, loaded once like a host loads a module. It stays loaded until the process
+// ends, as in a host: unloading it would orphan the foundation's never-freed empty string.
+KivProcessRequestProc LoadModuleEntry()
+{
+    static void* ourLibrary = dlopen(KIV_DATABASE_MODULE_FILE, RTLD_NOW | RTLD_LOCAL);
+    return ourLibrary ? reinterpret_cast<KivProcessRequestProc>(dlsym(ourLibrary, KIV_MODULE_ENTRY_NAME))
+                      : nullptr;
+}
+
 class LoadedModule : public ::testing::Test
 {
 protected:
-    static void SetUpTestSuite()
+    void SetUp() override
     {
-        ourLibrary = dlopen(KIV_DATABASE_MODULE_FILE, RTLD_NOW | RTLD_LOCAL);
-        ASSERT_NE(ourLibrary, nullptr) << dlerror();
-        ourEntry = reinterpret_cast<KivProcessRequestProc>(dlsym(ourLibrary, KIV_MODULE_ENTRY_NAME));
-        ASSERT_NE(ourEntry, nullptr) << dlerror();
-    }
-    static void TearDownTestSuite()
-    {
-        if (ourLibrary)
-            dlclose(ourLibrary);
-        ourLibrary = nullptr;
-        ourEntry = nullptr;
+        myEntry = LoadModuleEntry();
+        ASSERT_NE(myEntry, nullptr) << dlerror();
     }
     void TearDown() override
     {
         // Leave the module terminated for the next test.
-        FakeHost host;
-        host.Request(ourEntry, kKivRequest_Terminate);
+        if (myEntry)
+        {
+            FakeHost host;
+            host.Request(myEntry, kKivRequest_Terminate);
+        }
     }
 
-    uint32_t Request(uint32_t code_i) { return host.Request(ourEntry, code_i); }
+    uint32_t Request(uint32_t code_i) { return host.Request(myEntry, code_i); }
 
-    static void* ourLibrary;
-    static KivProcessRequestProc ourEntry;
+    KivProcessRequestProc myEntry = nullptr;
     FakeHost host;
 };
-
-void* LoadedModule::ourLibrary = nullptr;
-KivProcessRequestProc LoadedModule::ourEntry = nullptr;
 
 const std::vector<std::string> kRegistrationSelectors = {"MRMN", "MRMV", "MRMA", "MRVt",
                                                          "MRfT", "MRfT", "MRfT"};
@@ -154,23 +152,23 @@ using LoadedModuleDeathTest = LoadedModule;
 TEST_F(LoadedModuleDeathTest, ABrokenRecordAborts)
 {
     const char* prefix = "^\tFILE: \"database/DatabaseModule\"\nNULL POINTER ASSERTION: ";
-    EXPECT_DEATH(ourEntry(nullptr), std::string(prefix) + "processingInfo\n$");
+    EXPECT_DEATH(myEntry(nullptr), std::string(prefix) + "processingInfo\n$");
 
     _KIVAPI_ModuleProcessingInfo record = *host.Info();
     record.connID_i = nullptr;
-    EXPECT_DEATH(ourEntry(&record), std::string(prefix) + "processingInfo->connID_i\n$");
+    EXPECT_DEATH(myEntry(&record), std::string(prefix) + "processingInfo->connID_i\n$");
 
     record = *host.Info();
     record.KivServerSupportFunction = nullptr;
-    EXPECT_DEATH(ourEntry(&record), std::string(prefix) + "processingInfo->KivServerSupportFunction\n$");
+    EXPECT_DEATH(myEntry(&record), std::string(prefix) + "processingInfo->KivServerSupportFunction\n$");
 
     // The checks run in order: with both callbacks missing the server callback is named.
     record.KivDatabaseSupportFunction = nullptr;
-    EXPECT_DEATH(ourEntry(&record), std::string(prefix) + "processingInfo->KivServerSupportFunction\n$");
+    EXPECT_DEATH(myEntry(&record), std::string(prefix) + "processingInfo->KivServerSupportFunction\n$");
 
     record = *host.Info();
     record.KivDatabaseSupportFunction = nullptr;
-    EXPECT_DEATH(ourEntry(&record), std::string(prefix) + "processingInfo->KivDatabaseSupportFunction\n$");
+    EXPECT_DEATH(myEntry(&record), std::string(prefix) + "processingInfo->KivDatabaseSupportFunction\n$");
 }
 
 // --- the entry around processors that the tests control ---
