@@ -71,7 +71,8 @@ public:
     ~KivNumber() override;
 
     // Assignment keeps this number's precision and scale: the value is rounded to the scale, and
-    // one whose integral part does not fit is refused with -2053.
+    // one whose integral part does not fit is refused with -2053. The division-by-zero mark
+    // (fifty nines) is copied as it is, whatever the precision.
     KivNumber& operator=(const KivNumber& source_i);
     KivNumber& operator=(const KivString& text_i);
     KivNumber& operator=(const char* text_i);
@@ -108,13 +109,15 @@ public:
 
     // Arithmetic in place, exact and then rounded half up to this number's scale. Each returns 0
     // or the error code it reported; on error the value is unchanged unless the error table
-    // says otherwise.
+    // says otherwise (a zero divisor leaves fifty nines). Add and Subtract refuse, before any
+    // work, an operand whose first digit lies beyond this number's integral capacity.
     int Add(const KivNumber& operand_i);
     int Subtract(const KivNumber& operand_i);
     int Multiply(const KivNumber& operand_i);
     // Leaves this number alone and stores the integral quotient (truncated towards zero) in
     // `quotient_o` and, when not null, the remainder (the sign of this number) in `remainder_o`,
-    // each in its own precision and scale. `quotient_o` may be this number.
+    // each in its own precision and scale. `quotient_o` may be this number. A zero divisor puts
+    // the fifty nines in the quotient.
     int Divide(const KivNumber& divisor_i, KivNumber* quotient_o, KivNumber* remainder_o);
     // This number divided by the divisor, rounded half up to the scale.
     int DivideNoRemainder(const KivNumber& divisor_i);
@@ -159,7 +162,8 @@ public:
     operator KivString() const { return GetStringRepresentation(); }
     // Plain decimal text: "" for null, "0", "123.45", "100", "0.05", "-0.5".
     KivString GetStringRepresentation() const;
-    // At least `scale_i` digits after the point, rounded half up first when `round_i`.
+    // At least `scale_i` digits after the point (at most 100 are added), rounded half up first
+    // when `round_i`; "0.00" for null with a scale of 2.
     KivString GetStringRepresentation(const unsigned int& scale_i, const bool& round_i) const;
 
     // Writes the code's message to standard error and sets the value the code calls for.
