@@ -540,6 +540,31 @@ TEST(KivNumberArithmetic, OperatorsMixBuiltInNumbersInBothOrders)
     EXPECT_EQ(Text(counter.GetInternalData()), "o");
 }
 
+TEST(KivNumberArithmetic, QuotientMayReplaceTheDividend)
+{
+    KivNumber number("-17.5");
+    KivNumber remainder(10, 2);
+    EXPECT_EQ(number.Divide(KivNumber("5"), &number, &remainder), 0);
+    EXPECT_EQ(Text(number), "-3");
+    EXPECT_EQ(Text(remainder), "-2.5");
+}
+
+TEST(KivNumberArithmetic, AdditionRefusesOperandsWiderThanTheCapacityUpFront)
+{
+    // -995 would fit in (5, 2), but the operand's first digit lies beyond its three integral
+    // digits, so the addition is refused before any digit work.
+    KivNumber number(5, 2, "5");
+    testing::internal::CaptureStderr();
+    EXPECT_EQ(number.Add(KivNumber("-1000")), -2053);
+    KivNumber largest(5, 2, "999.99");
+    largest++;
+    EXPECT_EQ(testing::internal::GetCapturedStderr(), Message(-2053) + Message(-2053));
+    EXPECT_EQ(Text(number), "5");
+    EXPECT_EQ(Text(largest), "999.99");
+    EXPECT_EQ(number.Add(KivNumber("-0.004")), 0);
+    EXPECT_EQ(Text(number), "5"); // 4.996 rounds back up at two places
+}
+
 TEST(KivNumberArithmetic, AssignmentKeepsPrecisionAndScale)
 {
     KivNumber money(10, 2);
