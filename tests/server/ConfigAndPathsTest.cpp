@@ -1,0 +1,174 @@
+// Configuration parsing and checks, region selection, and the path confinement that keeps
+// requests inside the site root.
+#include "common/SafePaths.h"
+#include "config/ServerConfig.h"
+
+#include <gtest/gtest.h>
+
+#include <fstream>
+#include <unistd.h>
+
+namespace fs = std::filesystem;
+
+namespace kiv
+{
+namespace
+{
+
+TEST(Config, ParsesServerLimitsAndRegionsWithPathsFromTheConfigFolder)
+{
+    ServerConfig config = parseConfig(R"(
+[server]
+listen = "127.0.0.1"
+port = 9090
+workers = 3
+admin_path = "/admin"
+modules = ["lib/libkivdatabase.so"]
+access_log = "logs/access.log"
+
+[limits]
+max_body_bytes = 1024
+header_timeout = 4
+
+[[region]]
+name = "www"
+hosts = ["WWW.Example.org"]
+root = "site"
+language = "fr"
+protected = ["/manage/"]
+show_errors = false
+[region.users]
+admin = "$argon2id$v=19$m=65536,t=2,p=1$x$y"
+
+[[region]]
+name = "other"
+root = "/srv/other"
+data = "/srv/other-data"
+)",
+                                      "/etc/kiv");
+    EXPECT_EQ(config.port, 9090);
+    EXPECT_EQ(config.workers, 3);
+    EXPECT_EQ(config.adminPath, "/admin/");
+    ASSERT_EQ(config.modules.size(), 1u);
+    EXPECT_EQ(config.modules[0], fs::path("/etc/kiv/lib/libkivdatabase.so"));
+    EXPECT_EQ(config.accessLog, fs::path("/etc/kiv/logs/access.log"));
+    EXPECT_EQ(config.limits.maxBodyBytes, 1024u);
+    EXPECT_EQ(config.limits.headerTimeoutSeconds, 4);
+    EXPECT_EQ(config.limits.maxRequestLine, 8192u) << "unset limits keep their defaults";
+    ASSERT_EQ(config.regions.size(), 2u);
+    const RegionConfig& www = config.regions[0];
+    EXPECT_EQ(www.siteRoot, fs::path("/etc/kiv/site"));
+    EXPECT_EQ(www.dataFolder, fs::path("/etc/kiv/site-data"))
+        << "the data folder defaults to beside the site";
+    EXPECT_EQ(www.language, 0x02000000u);
+    EXPECT_FALSE(www.showErrors);
+    ASSERT_EQ(www.users.size(), 1u);
+    EXPECT_EQ(www.users[0].name, "admin");
+    EXPECT_EQ(config.regions[1].dataFolder, fs::path("/srv/other-data"));
+}
+
+TEST(Config, RefusesWhatWouldBreakTheServer)
+{
+    EXPECT_THROW(parseConfig("[server]\nport = 70000\n[[region]]\nroot = \"s\"\n", "/"), ConfigError);
+    EXPECT_THROW(parseConfig("[server]\nport = \"80\"\n[[region]]\nroot = \"s\"\n", "/"), ConfigError);
+    EXPECT_THROW(parseConfig("[[region]]\nname = \"x\"\n", "/"), ConfigError);
+    EXPECT_THROW(parseConfig("[[region]]\nroot = \"s\"\nlanguage = \"de\"\n", "/"), ConfigError);
+    EXPECT_THROW(parseConfig("[[region]]\nroot = \"s\"\nprotected = [\"manage\"]\n", "/"), ConfigError);
+    EXPECT_THROW(parseConfig("[server]\n", "/"), ConfigError);
+    EXPECT_THROW(parseConfig("[server\nport=1", "/"), ConfigError);
+}
+
+TEST(Config, ProblemsNameMissingSitesAndBadHashes)
+{
+    ServerConfig config =
+        parseConfig("[[region]]\nroot = \"/nonexistent/site\"\n[region.users]\nann = \"plain\"\n", "/");
+    auto problems = findConfigProblems(config);
+    ASSERT_EQ(problems.size(), 2u);
+    EXPECT_NE(problems[0].find("/nonexistent/site"), std::string::npos);
+    EXPECT_NE(problems[1].find("ann"), std::string::npos);
+}
+
+TEST(Config, RegionIsChosenByHostName)
+{
+    ServerConfig config = parseConfig(R"(
+[[region]]
+name = "a"
+hosts = ["a.test"]
+root = "a"
+[[region]]
+name = "fallback"
+root = "f"
+[[region]]
+name = "b"
+hosts = ["b.test"]
+root = "b"
+)",
+                                      "/");
+    EXPECT_EQ(selectRegion(config, "B.TEST:8080").name, "b");
+    EXPECT_EQ(selectRegion(config, "a.test").name, "a");
+    EXPECT_EQ(selectRegion(config, "unknown.test").name, "fallback");
+    EXPECT_EQ(selectRegion(config, "").name, "fallback");
+}
+
+TEST(Config, DefaultRegionProtectsTheEditorFolder)
+{
+    RegionConfig region = makeDefaultRegion("/srv/site", "");
+    EXPECT_EQ(region.dataFolder, fs::path("/srv/site-data"));
+    EXPECT_EQ(region.protectedPaths, std::vector<std::string>{"/manage/"});
+    EXPECT_EQ(region.usersFile, fs::path("/srv/site-data/users.toml"));
+}
+
+class SafePaths : public ::testing::Test
+{
+protected:
+    void SetUp() override
+    {
+        base = fs::temp_directory_path() / ("kiv-paths-" + std::to_string(::getpid()));
+        fs::remove_all(base);
+        fs::create_directories(base / "site" / "sub");
+        fs::create_directories(base / "site-secrets");
+        std::ofstream(base / "site" / "sub" / "page.html") << "x";
+        fs::create_symlink(base / "site-secrets", base / "site" / "escape");
+        fs::create_symlink(base / "site" / "sub", base / "site" / "alias");
+    }
+    void TearDown() override { fs::remove_all(base); }
+    fs::path base;
+};
+
+TEST_F(SafePaths, UrlPathsResolveInsideTheRoot)
+{
+    fs::path root = fs::canonical(base / "site");
+    EXPECT_EQ(resolveUrlPath(base / "site", "/sub/page.html"), root / "sub" / "page.html");
+    EXPECT_EQ(resolveUrlPath(base / "site", "/"), root);
+    EXPECT_EQ(resolveUrlPath(base / "site", "/alias/page.html"), root / "sub" / "page.html")
+        << "links that stay inside are followed";
+    EXPECT_EQ(resolveUrlPath(base / "site", "/sub/./missing.html"), root / "sub" / "missing.html");
+}
+
+TEST_F(SafePaths, UrlPathsThatLeaveTheRootAreRefused)
+{
+    for (std::string_view path : {"/../site-secrets/x", "/sub/../../x", "/..", "/escape/x", "/escape",
+                                  "sub/page.html", "/sub\\..\\x", ""})
+        EXPECT_FALSE(resolveUrlPath(base / "site", path)) << path;
+    EXPECT_FALSE(resolveUrlPath(base / "site", std::string_view("/a\0b", 4)));
+}
+
+TEST_F(SafePaths, PrefixOfAnotherFolderIsNotInside)
+{
+    EXPECT_TRUE(isInsideFolder("/srv/site", "/srv/site/a"));
+    EXPECT_TRUE(isInsideFolder("/srv/site/", "/srv/site"));
+    EXPECT_FALSE(isInsideFolder("/srv/site", "/srv/site-secrets/a"));
+    EXPECT_FALSE(isInsideFolder("/srv/site", "/srv"));
+}
+
+TEST_F(SafePaths, FilePathsMayNameFilesNotYetWritten)
+{
+    fs::path root = fs::canonical(base / "site");
+    EXPECT_EQ(resolveFileInFolder(base / "site", "new/dir/export.csv"), root / "new" / "dir" / "export.csv");
+    EXPECT_FALSE(resolveFileInFolder(base / "site", "escape/export.csv"));
+    EXPECT_FALSE(resolveFileInFolder(base / "site", "escape"));
+    EXPECT_FALSE(resolveFileInFolder(base / "site", "new/../../x.csv"));
+}
+
+} // namespace
+} // namespace kiv
