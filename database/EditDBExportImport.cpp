@@ -56,7 +56,9 @@ KivString EditDB_GetExportFieldList(_KIVAPI_ModuleProcessingInfo* processingInfo
         if (!EditDB_GetPostArgument(processingInfo_i, fieldName + "Pos", position))
             continue;
         position.Trim(kModifyDBBlanks);
-        if (position.Contains('X', kKivString_CaseInsensitive))
+        // A browser posts the box even when left empty; such a field has no position of its
+        // own and follows the positioned ones, as the form tells the administrator.
+        if (position.IsEmpty() || position.Contains('X', kKivString_CaseInsensitive))
             order.Add(nextUnpositionedKey++, fieldName);
         else
             order.Add((unsigned int)KivStringUtility::GetNumericalRepresentation(position, 10), fieldName);
