@@ -1,7 +1,8 @@
 // Database behaviour for the database tags' tests, on top of the fake host's database model:
 // field look-ups answer 'MNtF' for a missing field and accept the parenthesised names of the
 // documented placeholder form, and searches understand the criteria the tags build
-// (Field = 'value' conditions joined by AND, then ORDER BY Field [DESC]).
+// (Field = 'value' conditions joined by AND, then ORDER BY Field [DESC]). Searches also accept OR
+// between conditions, so that a value whose quotes were not doubled visibly widens a search.
 #ifndef KIV_TEST_FAKE_DATABASE_H
 #define KIV_TEST_FAKE_DATABASE_H
 
@@ -33,6 +34,7 @@ constexpr uint32_t kUniqueIDField = 0x030000 | kKivFieldFlag_AutoUnique;
 struct ParsedCriteria
 {
     std::vector<std::pair<std::string, std::string>> conditions;
+    std::vector<bool> startsAlternative; // per condition: joined by OR to the ones before
     std::string orderBy;
     bool descending = false;
 };
@@ -75,10 +77,12 @@ inline bool ParseCriteria(const std::string& text_i, ParsedCriteria& parsed_io)
             skipBlanks();
             return !parsed_io.orderBy.empty() && (rest.empty() || rest == "DESC") && at == text_i.size();
         }
+        bool alternative = false;
         if (!parsed_io.conditions.empty())
         {
-            if (first != "AND")
+            if (first != "AND" && first != "OR")
                 return false;
+            alternative = first == "OR";
             first = word();
         }
         if (first.empty() || !take("=") || !take("'"))
@@ -102,6 +106,7 @@ inline bool ParseCriteria(const std::string& text_i, ParsedCriteria& parsed_io)
             value += text_i[at++];
         }
         parsed_io.conditions.emplace_back(first, value);
+        parsed_io.startsAlternative.push_back(alternative);
         skipBlanks();
     }
     return true;
@@ -117,14 +122,22 @@ inline std::vector<size_t> SearchByCriteria(const FakeDatabase& database_i, cons
         return found;
     for (size_t index = 0; index < database_i.records.size(); ++index)
     {
-        bool matches = true;
-        for (const auto& condition : parsed.conditions)
+        // AND binds closer than OR: the record matches when every condition of one group does.
+        bool matches = false;
+        bool groupMatches = true;
+        for (size_t at = 0; at < parsed.conditions.size(); ++at)
         {
+            if (parsed.startsAlternative[at])
+            {
+                matches = matches || groupMatches;
+                groupMatches = true;
+            }
+            const auto& condition = parsed.conditions[at];
             auto value = database_i.records[index].find(condition.first);
-            matches =
-                matches && value != database_i.records[index].end() && value->second == condition.second;
+            groupMatches =
+                groupMatches && value != database_i.records[index].end() && value->second == condition.second;
         }
-        if (matches)
+        if (matches || groupMatches)
             found.push_back(index);
     }
     if (!parsed.orderBy.empty())
@@ -151,6 +164,37 @@ inline std::string StripParentheses(const std::string& name_i)
     return name_i;
 }
 
+// Deletes a record the way a database cursor expects: the search results lose the record and
+// the cursor stays where it was, so that moving to the next record reaches the next result.
+inline uint32_t DeleteKeepingResults(FakeDatabases& databases_io, FakeDBRequest& request_io)
+{
+    FakeDatabase* database = databases_io.ByHandle(request_io.call);
+    if (database == nullptr)
+        return databases_io.Handle(request_io);
+    const long deleted = database->FindRecord(request_io.call.text);
+    if (deleted < 0)
+        return kFakeNotFound;
+    const std::vector<size_t> results = database->Results();
+    std::vector<size_t> kept;
+    long position = database->position;
+    for (size_t at = 0; at < results.size(); ++at)
+    {
+        if ((long)results[at] == deleted)
+        {
+            if ((long)at <= database->position)
+                --position;
+            continue;
+        }
+        kept.push_back((long)results[at] > deleted ? results[at] - 1 : results[at]);
+    }
+    database->records.erase(database->records.begin() + deleted);
+    database->results = kept;
+    database->searched = true;
+    database->position = position;
+    database->current = position >= 0 ? (long)kept[position] : -1;
+    return 0;
+}
+
 // Installs the behaviour above on the host. The recorded calls keep the texts the module sent.
 inline void UseTagDatabaseBehaviour(FakeHost& host_io)
 {
@@ -161,6 +205,8 @@ inline void UseTagDatabaseBehaviour(FakeHost& host_io)
         const uint32_t selector = request_io.Selector();
         const bool fieldCall = selector == kKivDB_GetFieldInfoByName || selector == kKivDB_GetFieldValue ||
                                selector == kKivDB_SetFieldValue;
+        if (selector == kKivDB_DeleteRecord)
+            return DeleteKeepingResults(host->db, request_io);
         if (!fieldCall)
             return host->db.Handle(request_io);
         FakeCall call = request_io.call;
