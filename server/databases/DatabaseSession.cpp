@@ -56,7 +56,8 @@ uint32_t writeText(void* buffer, void* capacity, std::string_view text)
         room = uint32_t(text.size() + 1);
         return result::kBufferTooSmall;
     }
-    std::memcpy(buffer, text.data(), text.size());
+    if (!text.empty())
+        std::memcpy(buffer, text.data(), text.size());
     static_cast<char*>(buffer)[text.size()] = '\0';
     room = uint32_t(text.size());
     return result::kSuccess;

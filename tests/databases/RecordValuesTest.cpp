@@ -169,7 +169,7 @@ TEST_F(RecordValuesTest, LongTextComesBackThroughTheRetry)
     std::string text;
     for (int i = 0; i < 500; ++i)
         text += "line " + std::to_string(i) + "\r\n";
-    text += std::string("\xE9t\xE9 \xE0 la caf\xE9", 15); // Latin-1 bytes stay as they are
+    text += std::string("\xE9t\xE9 \xE0 la caf\xE9"); // Latin-1 bytes stay as they are
     ASSERT_EQ(client.addRecord(handle, {{"Notes", text}}), 0u);
     const TextAnswer answer = client.getText(handle, "Notes");
     EXPECT_EQ(answer.code, 0u);
