@@ -1,5 +1,6 @@
 // The kivSearchDatabase tag through the fake host: paging figures and result variables, the
 // result limit, criteria from every value source, and every failure the tag reports.
+#include "DatabaseModule.h"
 #include "FakeDatabase.h"
 #include "TagProcessors.h"
 
@@ -221,6 +222,17 @@ TEST_F(SearchDatabaseTest, TheServiceStartsWithTheDataSourceAndOpensShared)
             selector == "MTrm")
             order.push_back(selector);
     EXPECT_EQ(order, (std::vector<std::string>{"MIni", "MDOp", "MSEc", "MDCl", "MTrm"}));
+}
+
+TEST_F(SearchDatabaseTest, TheEntryWritesAPageOfRecordsForATagCall)
+{
+    AddNumbers(45);
+    ScriptPagedSearch("2", "20");
+    host.tagName = "KIVsearchDATABASE";
+    EXPECT_EQ(host.Request(&ProcessKivRequest, kKivRequest_ProcessTag), 0u);
+    EXPECT_EQ(host.output, "21,22,23,24,25,26,27,28,29,30,31,32,33,34,35,36,37,38,39,40,");
+    EXPECT_EQ(host.writeCount, 1u);
+    EXPECT_EQ(Figures(), "45 21 40 1 2 3 3 ");
 }
 
 // ---------------------------------------------------------------------------------------------
