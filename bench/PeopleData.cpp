@@ -1,0 +1,176 @@
+// The people records of the benchmarks. The values hold no HTML special characters, so a page
+// that encodes them (the PHP peer) and one that does not (the search template) give the same
+// bytes.
+#include "PeopleData.h"
+
+#include "CsvFormat.h"
+#include "DatabaseSession.h"
+#include "EmbeddedStore.h"
+#include "KivModuleInterface.h"
+
+#include <cstdint>
+#include <fstream>
+#include <stdexcept>
+#include <vector>
+
+namespace kivbench
+{
+
+namespace
+{
+
+const char* const kCities[] = {
+    "Aberdeen", "Amsterdam", "Antwerp", "Athens",    "Barcelona", "Basel",     "Berlin",  "Bilbao",
+    "Bologna",  "Bordeaux",  "Bristol", "Brussels",  "Budapest",  "Cardiff",   "Cologne", "Copenhagen",
+    "Cork",     "Dresden",   "Dublin",  "Edinburgh", "Florence",  "Geneva",    "Genoa",   "Ghent",
+    "Glasgow",  "Graz",      "Hamburg", "Helsinki",  "Krakow",    "Leeds",     "Leipzig", "Lille",
+    "Lisbon",   "Lyon",      "Madrid",  "Malaga",    "Marseille", "Milan",     "Munich",  "Nantes",
+    "Naples",   "Nice",      "Oslo",    "Porto",     "Prague",    "Rotterdam", "Seville", "Stockholm",
+    "Toulouse", "Turin"};
+
+const char* const kFirstNames[] = {
+    "Ada",    "Ben",   "Clara", "David", "Elena", "Felix",   "Grace",  "Hugo", "Ines", "Jonas", "Karin",
+    "Luca",   "Marta", "Nils",  "Olga",  "Pablo", "Quentin", "Rosa",   "Sven", "Tara", "Ugo",   "Vera",
+    "Walter", "Xenia", "Yann",  "Zoe",   "Anton", "Berit",   "Carlos", "Dora", "Emil", "Freya"};
+
+const char* const kLastNames[] = {
+    "Archer",  "Baker",  "Carter",  "Dumont",  "Eriksen", "Fischer", "Garcia",    "Hansen", "Ivanova",
+    "Jansen",  "Keller", "Lambert", "Moreau",  "Novak",   "Olsen",   "Petit",     "Quinn",  "Rossi",
+    "Schmidt", "Torres", "Ulrich",  "Vidal",   "Weber",   "Xavier",  "Young",     "Zimmer", "Berger",
+    "Costa",   "Dubois", "Engel",   "Ferrari", "Girard",  "Horvat",  "Lindqvist", "Martin", "Nowak"};
+
+// A fixed linear congruential sequence: the same records on every machine and every run.
+class Sequence
+{
+public:
+    uint32_t next(uint32_t below_i)
+    {
+        myState = myState * 6364136223846793005ULL + 1442695040888963407ULL;
+        return uint32_t((myState >> 33) % below_i);
+    }
+
+private:
+    uint64_t myState = 20240611;
+};
+
+template <typename T, size_t N> constexpr uint32_t countOf(T (&)[N])
+{
+    return uint32_t(N);
+}
+
+class Session
+{
+public:
+    explicit Session(const std::filesystem::path& dataFolder)
+        : mySession(kiv::db::SessionEnvironment{dataFolder, std::chrono::milliseconds(2000), false})
+    {
+        mySession.setCurrentTag("kivModifyDatabase");
+        std::string connection = ",,";
+        uint32_t size = uint32_t(connection.size() + 1);
+        check(call(kKivDB_Initialize, nullptr, connection.data(), &size), "initialize the database service");
+    }
+    ~Session() { call(kKivDB_Terminate); }
+
+    uint32_t call(uint32_t selector_i, void* a3 = nullptr, void* a4 = nullptr, void* a5 = nullptr,
+                  void* a6 = nullptr, void* a7 = nullptr, void* a8 = nullptr)
+    {
+        return mySession.handle(selector_i, a3, a4, a5, a6, a7, a8);
+    }
+    uint32_t callWithText(uint32_t selector_i, void* a3_i, std::string text_i, void* a8_i = nullptr)
+    {
+        uint32_t size = uint32_t(text_i.size() + 1);
+        return call(selector_i, a3_i, text_i.data(), &size, nullptr, nullptr, a8_i);
+    }
+    static void check(uint32_t result_i, const std::string& what_i)
+    {
+        if (result_i != 0)
+            throw std::runtime_error("cannot " + what_i + " (result " + std::to_string(result_i) + ")");
+    }
+
+private:
+    kiv::db::DatabaseSession mySession;
+};
+
+} // namespace
+
+void writePeopleCsv(const std::filesystem::path& file, size_t count)
+{
+    std::ofstream out(file, std::ios::binary | std::ios::trunc);
+    if (!out)
+        throw std::runtime_error("cannot write " + file.string());
+    kiv::db::writeCsvRow(out, {"Name", "City", "Age", "Email", "Phone"});
+    Sequence random;
+    std::vector<std::string> row(5);
+    for (size_t i = 0; i < count; ++i)
+    {
+        const std::string first = kFirstNames[random.next(countOf(kFirstNames))];
+        const std::string last = kLastNames[random.next(countOf(kLastNames))];
+        row[0] = first + " " + last;
+        row[1] = kCities[random.next(countOf(kCities))];
+        row[2] = std::to_string(18 + random.next(70));
+        row[3] = first + "." + last + std::to_string(i) + "@example.org";
+        for (char& c : row[3])
+            c = char(std::tolower(static_cast<unsigned char>(c)));
+        row[4] = "+33 1 " + std::to_string(10 + random.next(90)) + " " +
+                 std::to_string(10 + random.next(90)) + " " + std::to_string(10 + random.next(90));
+        kiv::db::writeCsvRow(out, row);
+    }
+}
+
+void loadPeople(const std::filesystem::path& dataFolder, const std::string& name,
+                const std::filesystem::path& csv, bool cityNameIndex)
+{
+    std::filesystem::create_directories(dataFolder);
+    {
+        Session session(dataFolder);
+        Session::check(session.callWithText(kKivDB_CreateDatabase, nullptr, name), "create " + name);
+        uint32_t handle = 0;
+        uint32_t mode = 3;
+        std::string databaseName = name;
+        std::string uniqueField;
+        uint32_t nameSize = uint32_t(databaseName.size() + 1);
+        uint32_t uniqueSize = 1;
+        Session::check(session.call(kKivDB_OpenDatabase, &handle, databaseName.data(), &nameSize,
+                                    uniqueField.data(), &uniqueSize, &mode),
+                       "open " + name);
+        const uint32_t indexed = cityNameIndex ? 0 : kKivFieldFlag_Indexed;
+        const std::pair<const char*, uint32_t> fields[] = {
+            {"Name", (kKivFieldType_Text << kKivFieldTypeShift) | 40 | indexed},
+            {"City", (kKivFieldType_Text << kKivFieldTypeShift) | 40 | indexed},
+            {"Age", kKivFieldType_Integer << kKivFieldTypeShift},
+            {"Email", (kKivFieldType_Text << kKivFieldTypeShift) | 80},
+            {"Phone", (kKivFieldType_Text << kKivFieldTypeShift) | 20}};
+        for (auto [field, typeWord] : fields)
+            Session::check(session.callWithText(kKivDB_AddField, &handle, field, &typeWord),
+                           std::string("add the field ") + field);
+        std::string path = csv.string();
+        uint32_t pathSize = uint32_t(path.size() + 1);
+        uint32_t imported = 0;
+        Session::check(
+            session.call(kKivDB_Import, &handle, path.data(), &pathSize, nullptr, nullptr, &imported),
+            "import " + path);
+        session.call(kKivDB_CloseDatabase, &handle);
+    }
+    if (cityNameIndex)
+    {
+        // The service makes one index per field only; the two-column index goes in through a
+        // connection of the store itself, so that it is built with the store's own collations.
+        kiv::db::StoreConnection connection(dataFolder / (name + ".kivdb"), kiv::db::StoreOptions{});
+        connection.refreshSchema();
+        std::string nameColumn;
+        std::string cityColumn;
+        for (const auto& field : connection.fields())
+        {
+            if (field.name == "Name")
+                nameColumn = field.column;
+            if (field.name == "City")
+                cityColumn = field.column;
+        }
+        if (nameColumn.empty() || cityColumn.empty())
+            throw std::runtime_error("the fields Name and City are missing from " + name);
+        connection.sql().execute("CREATE INDEX bench_city_name ON kiv_records(" + cityColumn + ", " +
+                                 nameColumn + ")");
+    }
+}
+
+} // namespace kivbench
