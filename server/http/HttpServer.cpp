@@ -155,6 +155,9 @@ std::string serializeResponse(const HttpResponse& response, bool headRequest, bo
     out += "Date: " + httpDate() + "\r\n";
     if (!response.header("Server"))
         out += "Server: kiv-server\r\n";
+    // Also on the error responses the connection layer makes before any site sees the request.
+    if (!response.header("X-Content-Type-Options"))
+        out += "X-Content-Type-Options: nosniff\r\n";
     bool bodyAllowed = response.status >= 200 && response.status != 204 && response.status != 304;
     if (bodyAllowed)
         out += "Content-Length: " + std::to_string(response.body.size()) + "\r\n";

@@ -50,6 +50,7 @@ PAGES = {
     "files.html": '<kivFile path="exports/list.csv"> <kivFile path="../outside.txt"> '
                   '<kivFile path="/etc/passwd">',
     "info.html": "<kivInfo>",
+    "slow.html": '<p>start</p><kivSleep ms="1500"><p>done</p>',
     "manage/editor.html": "<p>editor</p>",
     "sub/readme.txt": "plain text\n",
     "style.css": "body { color: black; }\n",
@@ -451,6 +452,26 @@ class LifecycleTest(unittest.TestCase):
             self.assertEqual(server.stop(signal.SIGTERM), 0)
             with open(marker) as lines:
                 self.assertEqual(lines.read().count("terminated"), 2)  # 'MTrm' in each worker
+        finally:
+            shutil.rmtree(base, ignore_errors=True)
+
+    def test_requests_in_flight_finish_when_the_server_stops(self):
+        base = tempfile.mkdtemp(prefix="kiv-e2e-inflight-")
+        try:
+            site = make_site(base)
+            server = Server(write_config(base, site, workers=1))
+            replies = []
+            worker = threading.Thread(target=lambda: replies.append(request(server.port, "GET", "/slow.html")))
+            worker.start()
+            time.sleep(0.5)  # the request is now inside the module
+            self.assertEqual(server.stop(signal.SIGINT), 0)
+            worker.join(timeout=30)
+            self.assertEqual(len(replies), 1)
+            status, _, body = replies[0]
+            self.assertEqual(status, 200)
+            self.assertIn(b"SLEPT<p>done</p>", body)
+            with self.assertRaises(OSError):
+                request(server.port, "GET", "/style.css")
         finally:
             shutil.rmtree(base, ignore_errors=True)
 

@@ -7,6 +7,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <unistd.h>
 #include <string>
 #include <vector>
 
@@ -132,7 +133,7 @@ const struct
 } kTags[] = {{"kivEcho", 0x20},   {"kivEmit", 0x20},   {"kivBody", 0x10}, {"kivRawBody", 0x12},
              {"kivSetVar", 0x20}, {"kivGetVar", 0x20}, {"kivArgs", 0x20}, {"kivFail", 0x20},
              {"kivAbort", 0x20},  {"kivStatus", 0x20}, {"kivPref", 0x20}, {"kivFile", 0x20},
-             {"kivInfo", 0x20}};
+             {"kivInfo", 0x20},   {"kivSleep", 0x20}};
 
 uint32_t processTag(Host& host)
 {
@@ -194,6 +195,12 @@ uint32_t processTag(Host& host)
     }
     else if (tag == "kivAbort")
         std::abort();
+    else if (tag == "kivSleep")
+    {
+        // Keeps a request in flight so that a test can stop the server meanwhile.
+        ::usleep(static_cast<useconds_t>(std::atoi(host.parameter("ms").c_str())) * 1000);
+        host.write("SLEPT");
+    }
     else if (tag == "kivStatus")
     {
         std::string code = host.parameter("code");
