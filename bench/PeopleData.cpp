@@ -143,7 +143,7 @@ void loadPeople(const std::filesystem::path& dataFolder, const std::string& name
         for (auto [field, typeWord] : fields)
             Session::check(session.callWithText(kKivDB_AddField, &handle, field, &typeWord),
                            std::string("add the field ") + field);
-        std::string path = csv.string();
+        std::string path = std::filesystem::absolute(csv).string();
         uint32_t pathSize = uint32_t(path.size() + 1);
         uint32_t imported = 0;
         Session::check(

@@ -1,0 +1,276 @@
+#!/usr/bin/env python3
+"""Turns the raw results of scripts/bench.sh into docs/benchmarks.md and its chart.
+
+Reads <work>/wrk/<setup>__<target>__<run>.txt (wrk --latency output), <work>/rss/*.txt
+(ps lines: program pid rss-KiB) and <work>/floor/*.txt (sqlite3 timings, byte checks).
+Medians over the runs; ratios are kiv-server against each peer. Standard library only.
+"""
+import argparse
+import datetime
+import glob
+import os
+import platform
+import re
+import statistics
+import subprocess
+
+SETUPS = [("separate", "separate indexes on City and Name"), ("city-name", "one index on (City, Name)")]
+UNITS = {"us": 0.001, "ms": 1.0, "s": 1000.0}
+
+
+def parse_wrk(path):
+    text = open(path, encoding="utf-8", errors="replace").read()
+    result = {}
+    match = re.search(r"Requests/sec:\s+([\d.]+)", text)
+    if match:
+        result["rps"] = float(match.group(1))
+    for percent in ("50", "99"):
+        match = re.search(r"^\s+%s%%\s+([\d.]+)(us|ms|s)\s*$" % percent, text, re.M)
+        if match:
+            result["p" + percent] = float(match.group(1)) * UNITS[match.group(2)]
+    match = re.search(r"(\d+) requests in", text)
+    if match:
+        result["requests"] = int(match.group(1))
+    match = re.search(r"Non-2xx or 3xx responses: (\d+)", text)
+    result["errors"] = int(match.group(1)) if match else 0
+    match = re.search(r"Socket errors: (.*)", text)
+    result["socket_errors"] = match.group(1).strip() if match else ""
+    return result
+
+
+def load_wrk(work):
+    runs = {}
+    for path in glob.glob(os.path.join(work, "wrk", "*.txt")):
+        setup, target, _ = os.path.basename(path)[:-4].split("__")
+        runs.setdefault((setup, target), []).append(parse_wrk(path))
+    medians = {}
+    for key, values in runs.items():
+        entry = {"runs": len(values), "errors": sum(v.get("errors", 0) for v in values)}
+        for field in ("rps", "p50", "p99", "requests"):
+            numbers = [v[field] for v in values if field in v]
+            if numbers:
+                entry[field] = statistics.median(numbers)
+                entry[field + "_all"] = numbers
+        entry["socket_errors"] = "; ".join(v["socket_errors"] for v in values if v["socket_errors"])
+        medians[key] = entry
+    return medians
+
+
+def load_rss(work):
+    memory = {}
+    for path in glob.glob(os.path.join(work, "rss", "*.txt")):
+        setup, label = os.path.basename(path)[:-4].split("__")
+        for line in open(path):
+            parts = line.split()
+            if len(parts) == 3:
+                program, pid, rss = parts
+                memory.setdefault((setup, label, program), []).append((int(pid), int(rss)))
+    return memory
+
+
+def load_floor(work):
+    floor = {}
+    for path in glob.glob(os.path.join(work, "floor", "*__*.txt")):
+        setup, name = os.path.basename(path)[:-4].split("__")
+        floor[(setup, name)] = open(path).read().split()
+    return floor
+
+
+def fmt(value, digits=0):
+    if value is None:
+        return "n/a"
+    return f"{value:,.{digits}f}"
+
+
+def ratio(a, b):
+    if a is None or b is None or b == 0:
+        return "n/a"
+    return f"{a / b:.2f}x"
+
+
+def mib(kib_list):
+    return ", ".join(f"{rss / 1024:.1f}" for _, rss in sorted(kib_list)) if kib_list else "n/a"
+
+
+def machine():
+    cpu = ""
+    try:
+        for line in open("/proc/cpuinfo"):
+            if line.startswith("model name"):
+                cpu = line.split(":", 1)[1].strip()
+                break
+    except OSError:
+        pass
+    return f"{os.cpu_count()} cores, {cpu}, {platform.system()} {platform.release()}"
+
+
+def draw_chart(docs, work, wrk):
+    data = os.path.join(work, "chart.dat")
+    with open(data, "w") as out:
+        out.write("setup kiv php static\n")
+        for setup, _ in SETUPS:
+            values = [wrk.get((setup, t), {}).get("rps", 0) for t in ("kiv-page25", "php-page25", "static-page25")]
+            out.write(f'"{setup}" ' + " ".join(f"{v:.1f}" for v in values) + "\n")
+    png = os.path.join(docs, "benchmarks.png")
+    script = f"""
+set terminal pngcairo size 900,480 font "sans,11"
+set output "{png}"
+set title "25-row search page: requests per second (median), log scale"
+set style data histograms
+set style histogram clustered gap 1
+set style fill solid 0.85 border -1
+set logscale y
+set yrange [10:*]
+set grid ytics
+set key top left
+set ylabel "requests/s"
+plot "{data}" using 2:xtic(1) title "kiv-server", '' using 3 title "php-fpm + nginx", '' using 4 title "nginx static (ceiling)"
+"""
+    try:
+        subprocess.run(["gnuplot"], input=script, text=True, check=True)
+        return True
+    except (OSError, subprocess.CalledProcessError):
+        return False
+
+
+def main():
+    parser = argparse.ArgumentParser()
+    parser.add_argument("--work", required=True)
+    parser.add_argument("--docs", required=True)
+    parser.add_argument("--notes", required=True)
+    parser.add_argument("--settings", default="")
+    args = parser.parse_args()
+
+    wrk = load_wrk(args.work)
+    rss = load_rss(args.work)
+    floor = load_floor(args.work)
+    chart = draw_chart(args.docs, args.work, wrk)
+
+    def get(setup, target, field):
+        return wrk.get((setup, target), {}).get(field)
+
+    lines = []
+    add = lines.append
+    add("# Benchmarks")
+    add("")
+    add("Written by `scripts/bench.sh` (edit `bench/profile-notes.md` for the profile section, not this")
+    add("file). Micro-benchmarks of the hot classes are in `bench/` (Google Benchmark; configure with")
+    add("`-DKIV_BENCH=ON`).")
+    add("")
+    add(f"Run {datetime.date.today().isoformat()} on {machine()}; {args.settings}. wrk runs on the same")
+    add("two cores as the servers, and other builds and tests were running on the machine during the")
+    add("run: figures are noisy (the spread of the runs is listed) and the ratios are the useful part.")
+    add("")
+    add("What is compared, over the same 100,000 people records:")
+    add("")
+    add("- **kiv-server**: `kivSearchDatabase` pages rendered by 2 worker processes; the embedded")
+    add("  database is loaded through the service's own import.")
+    add("- **php-fpm + nginx**: the same 25-row page in PHP 8.2 (PDO SQLite, prepared statements,")
+    add("  `htmlspecialchars`, a `COUNT` query for the footer), a static pool of 4 workers behind nginx.")
+    add("- **nginx static**: the bytes kiv-server rendered, served as a file: the ceiling.")
+    add("- **sqlite3 -html**: the same queries in one `sqlite3` process on one core: the floor.")
+    add("")
+    if chart:
+        add("![25-row page, requests per second](benchmarks.png)")
+        add("")
+
+    for setup, title in SETUPS:
+        add(f"## Setup: {title}")
+        add("")
+        php_bytes = floor.get((setup, "php-bytes"), ["n/a"])[0]
+        rows_bytes = floor.get((setup, "rows10000-bytes"), ["n/a"])[0]
+        add(f"The PHP page's bytes are **{php_bytes}** to kiv-server's; the 10,000-row page's bytes are")
+        add(f"**{rows_bytes}** to `sqlite3 -html`'s.")
+        add("")
+        add("| Page | Server | Requests/s (median) | p50 ms | p99 ms | Runs (requests/s) | Errors |")
+        add("|---|---|---:|---:|---:|---|---:|")
+        for target, page, server in (
+            ("kiv-page25", "25-row", "kiv-server"),
+            ("php-page25", "25-row", "php-fpm + nginx"),
+            ("static-page25", "25-row", "nginx static"),
+            ("kiv-editor", "editor search results", "kiv-server"),
+            ("kiv-rows10000", "10,000-row (1 connection)", "kiv-server"),
+        ):
+            entry = wrk.get((setup, target), {})
+            runs = ", ".join(fmt(v) for v in entry.get("rps_all", []))
+            errors = entry.get("errors", 0)
+            if entry.get("socket_errors"):
+                errors = f"{errors} ({entry['socket_errors']})"
+            add(f"| {page} | {server} | {fmt(entry.get('rps'), 1)} | {fmt(entry.get('p50'), 2)} | "
+                f"{fmt(entry.get('p99'), 2)} | {runs} | {errors} |")
+        add("")
+        kiv = get(setup, "kiv-page25", "rps")
+        add(f"- 25-row page, kiv-server against php-fpm: **{ratio(kiv, get(setup, 'php-page25', 'rps'))}** the "
+            f"throughput, p99 {fmt(get(setup, 'kiv-page25', 'p99'), 2)} ms against "
+            f"{fmt(get(setup, 'php-page25', 'p99'), 2)} ms; against the static ceiling "
+            f"**{ratio(kiv, get(setup, 'static-page25', 'rps'))}**.")
+        pages, micros = (floor.get((setup, "sqlite-page25")) or [None, None])[:2]
+        if pages:
+            sqlite25 = int(pages) / (int(micros) / 1e6)
+            add(f"- `sqlite3 -html`, 25-row query: {fmt(sqlite25)} pages/s on one core; kiv-server "
+                f"{fmt(kiv)} requests/s on two cores, {ratio(kiv, sqlite25)}.")
+        pages, micros = (floor.get((setup, "sqlite-rows10000")) or [None, None])[:2]
+        kiv10k = get(setup, "kiv-rows10000", "p50")
+        if pages:
+            sqlite10k = int(micros) / 1000 / int(pages)
+            add(f"- 10,000-row page: kiv-server {fmt(kiv10k, 1)} ms (median latency, one connection, HTTP "
+                f"included) against `sqlite3 -html` {fmt(sqlite10k, 1)} ms: **{ratio(kiv10k, sqlite10k)}** "
+                f"the time.")
+        add("")
+        add("Worker memory (RSS, MiB, one figure per worker):")
+        add("")
+        add("| When | kiv-server | php-fpm | nginx |")
+        add("|---|---|---|---|")
+        for label in ("start", "after-runs", "before-memory-run", "after-memory-run"):
+            if not any(key[0] == setup and key[1] == label for key in rss):
+                continue
+            add(f"| {label} | {mib(rss.get((setup, label, 'kiv-server')))} | "
+                f"{mib(rss.get((setup, label, 'php-fpm8.2')))} | {mib(rss.get((setup, label, 'nginx')))} |")
+        memory_run = wrk.get((setup, "memory-run"))
+        if memory_run:
+            add("")
+            add(f"Memory run: {fmt(memory_run.get('requests'))} requests of the 25-row page between the last "
+                f"two rows.")
+        add("")
+
+    add("## Targets")
+    add("")
+    targets = []
+    for setup, title in SETUPS:
+        kiv = get(setup, "kiv-page25", "rps")
+        php = get(setup, "php-page25", "rps")
+        met = kiv is not None and php is not None and kiv >= 2 * php
+        p99_met = (get(setup, "kiv-page25", "p99") or 1e9) < (get(setup, "php-page25", "p99") or 0)
+        targets.append(f"| 25-row page at least 2x php-fpm ({title}) | {ratio(kiv, php)} | "
+                       f"{'met' if met else 'missed'} |")
+        targets.append(f"| 25-row page p99 below php-fpm's ({title}) | {fmt(get(setup, 'kiv-page25', 'p99'), 2)} "
+                       f"ms against {fmt(get(setup, 'php-page25', 'p99'), 2)} ms | {'met' if p99_met else 'missed'} |")
+        pages, micros = (floor.get((setup, "sqlite-rows10000")) or [None, None])[:2]
+        kiv10k = get(setup, "kiv-rows10000", "p50")
+        if pages and kiv10k:
+            sqlite10k = int(micros) / 1000 / int(pages)
+            targets.append(f"| 10,000-row page within 2x `sqlite3 -html` ({title}) | {ratio(kiv10k, sqlite10k)} | "
+                           f"{'met' if kiv10k <= 2 * sqlite10k else 'missed'} |")
+    for setup, _ in SETUPS:
+        after = rss.get((setup, "after-memory-run", "kiv-server"))
+        before = rss.get((setup, "before-memory-run", "kiv-server"))
+        if after and before:
+            largest = max(r for _, r in after) / 1024
+            growth = max(r for _, r in after) / 1024 - max(r for _, r in before) / 1024
+            requests = fmt(wrk.get((setup, "memory-run"), {}).get("requests"))
+            targets.append(f"| Worker memory flat over 100,000 requests and under 32 MiB | {largest:.1f} MiB "
+                           f"after {requests} requests, {growth:+.1f} MiB over the run | "
+                           f"{'met' if largest < 32 and growth < 2 else 'missed'} |")
+    add("| Target | Measured | |")
+    add("|---|---|---|")
+    lines.extend(targets)
+    add("")
+    if os.path.exists(args.notes):
+        lines.append(open(args.notes).read().rstrip())
+        add("")
+    with open(os.path.join(args.docs, "benchmarks.md"), "w") as out:
+        out.write("\n".join(lines) + "\n")
+
+
+if __name__ == "__main__":
+    main()

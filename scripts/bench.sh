@@ -1,0 +1,225 @@
+#!/usr/bin/env bash
+# End-to-end benchmark: kiv-server against the peers a site builder would pick instead, over
+# the same 100,000 people records, in one run on this machine, then docs/benchmarks.md.
+#
+#   scripts/bench.sh            the whole comparison (about 15 minutes on 2 cores)
+#   scripts/bench.sh --quick    2 runs of 3 s each and a shorter memory run, to try the script
+#
+# Settings (environment): BENCH_RUNS (3), BENCH_DURATION seconds per measurement (10),
+# BENCH_CONNECTIONS (16), BENCH_RECORDS (100000), BENCH_MEMORY_REQUESTS (100000),
+# BENCH_BUILD (build-bench), BENCH_WORK (<build>/bench-run), BENCH_PORT_BASE (18180).
+#
+# Pages, each over both index setups (separate indexes on City and Name; one on (City, Name)):
+#   page25    a 25-row search page: City = Lyon, ORDER BY Name, page 2, paging footer
+#   rows10000 every record ordered by name, 10,000 rows (the result limit raised)
+#   editor    the editor's search-results page (the same search, posted)
+# Peers: the 25-row page in PHP (PDO SQLite, prepared statements, htmlspecialchars) under
+# php-fpm behind nginx; nginx serving the rendered bytes as a static file (the ceiling);
+# sqlite3 -html running the same queries (the floor). The peers are installed here from
+# Debian's packages; nothing else in the project needs them. Everything listens on
+# 127.0.0.1 only and is stopped at the end.
+set -euo pipefail
+
+ROOT=$(cd "$(dirname "$0")/.." && pwd)
+BUILD=${BENCH_BUILD:-$ROOT/build-bench}
+WORK=${BENCH_WORK:-$BUILD/bench-run}
+RUNS=${BENCH_RUNS:-3}
+DURATION=${BENCH_DURATION:-10}
+CONNECTIONS=${BENCH_CONNECTIONS:-16}
+RECORDS=${BENCH_RECORDS:-100000}
+MEMORY_REQUESTS=${BENCH_MEMORY_REQUESTS:-100000}
+PORT_BASE=${BENCH_PORT_BASE:-18180}
+if [[ ${1:-} == --quick ]]; then
+    RUNS=2 DURATION=3 MEMORY_REQUESTS=20000
+fi
+KIV_PORT=$((PORT_BASE + 1))
+NGINX_PORT=$((PORT_BASE + 2))
+PHP_PORT=$((PORT_BASE + 3))
+SETUPS=(separate city-name)
+CITY=Lyon
+
+log() { echo "bench: $*" >&2; }
+
+install_peers() {
+    local missing=0
+    for program in php-fpm8.2 nginx wrk gnuplot sqlite3 curl; do
+        command -v "$program" >/dev/null || [[ -x /usr/sbin/$program ]] || missing=1
+    done
+    ((missing)) || return 0
+    log "installing the peers (php-fpm, php-sqlite3, nginx, wrk, gnuplot)"
+    export DEBIAN_FRONTEND=noninteractive
+    # policy-rc.d keeps the packages from starting their system services.
+    local policy=/usr/sbin/policy-rc.d created=0
+    if [[ ! -e $policy ]]; then
+        printf '#!/bin/sh\nexit 101\n' >"$policy" && chmod +x "$policy" && created=1
+    fi
+    apt-get update -q >/dev/null
+    apt-get install -y -q php-fpm php-sqlite3 nginx wrk gnuplot-nox sqlite3 curl >/dev/null
+    ((created)) && rm -f "$policy"
+    return 0
+}
+
+build() {
+    log "building kiv-server, the module and the loader in $BUILD"
+    cmake -S "$ROOT" -B "$BUILD" -G Ninja -DCMAKE_BUILD_TYPE=Release -DKIV_BENCH=ON >/dev/null
+    ninja -C "$BUILD" kiv-server kivdatabase kiv-bench-load >/dev/null
+}
+
+make_data() {
+    log "generating $RECORDS people records"
+    "$BUILD/bench/kiv-bench-load" csv "$WORK/people.csv" "$RECORDS"
+    for setup in "${SETUPS[@]}"; do
+        "$BUILD/bench/kiv-bench-load" load "$WORK/data-$setup" People "$WORK/people.csv" "$setup"
+        # The search tag caps its page at this preference; the 10,000-row page needs it raised.
+        printf 'Database%%20Module kivSearchDatabasePref_MaxResults 10000\n' >"$WORK/data-$setup/kiv-preferences.txt"
+        local indexes="CREATE INDEX people_city ON people(City); CREATE INDEX people_name ON people(Name);"
+        [[ $setup == city-name ]] && indexes="CREATE INDEX people_city_name ON people(City, Name);"
+        sqlite3 "$WORK/peer-$setup.sqlite" <<SQL
+CREATE TABLE people(id INTEGER PRIMARY KEY, Name TEXT NOT NULL, City TEXT NOT NULL, Age INTEGER NOT NULL,
+                    Email TEXT NOT NULL, Phone TEXT NOT NULL);
+CREATE TEMP TABLE csv(Name, City, Age, Email, Phone);
+.import --csv --skip 1 $WORK/people.csv csv
+INSERT INTO people(Name, City, Age, Email, Phone) SELECT Name, City, Age, Email, Phone FROM csv;
+$indexes
+SQL
+    done
+    cp "$ROOT"/bench/site/*.html "$WORK/site/"
+}
+
+PIDS=()
+stop_servers() {
+    local pid
+    for pid in "${PIDS[@]}"; do
+        kill -TERM "$pid" 2>/dev/null || true
+    done
+    for pid in "${PIDS[@]}"; do
+        wait "$pid" 2>/dev/null || true
+    done
+    PIDS=()
+}
+trap stop_servers EXIT
+
+wait_for() { # url
+    for _ in $(seq 100); do
+        curl -s -o /dev/null "$1" && return 0
+        sleep 0.1
+    done
+    log "no answer from $1"
+    return 1
+}
+
+start_servers() { # setup
+    local setup=$1
+    "$BUILD/server/kiv-server" serve --root "$WORK/site" --data "$WORK/data-$setup" --listen 127.0.0.1 \
+        --port "$KIV_PORT" --workers 2 --server-log "$WORK/logs/kiv-$setup.log" --access-log /dev/null &
+    PIDS+=($!)
+    sed "s|@DATABASE@|$WORK/peer-$setup.sqlite|" "$ROOT/bench/peers/page25.php" >"$WORK/php/page25.php"
+    sed -e "s|@WORK@|$WORK|g" -e "s|@PHP_PORT@|$PHP_PORT|g" "$ROOT/bench/peers/php-fpm.conf.in" >"$WORK/php/php-fpm.conf"
+    php-fpm8.2 -R -F -y "$WORK/php/php-fpm.conf" &
+    PIDS+=($!)
+    sed -e "s|@WORK@|$WORK|g" -e "s|@PHP_PORT@|$PHP_PORT|g" -e "s|@NGINX_PORT@|$NGINX_PORT|g" \
+        "$ROOT/bench/peers/nginx.conf.in" >"$WORK/nginx/nginx.conf"
+    nginx -p "$WORK/nginx" -c "$WORK/nginx/nginx.conf" &
+    PIDS+=($!)
+    wait_for "http://127.0.0.1:$KIV_PORT/page25.html"
+    wait_for "http://127.0.0.1:$NGINX_PORT/page25.php"
+}
+
+# One wrk measurement into $WORK/wrk/<setup>__<target>__<run>.txt.
+measure() { # setup target run url connections [wrk options]
+    local setup=$1 target=$2 run=$3 url=$4 connections=$5
+    shift 5
+    local threads=$((connections < 2 ? 1 : 2))
+    wrk -t"$threads" -c"$connections" -d"${DURATION}s" --latency "$@" "$url" \
+        >"$WORK/wrk/${setup}__${target}__${run}.txt" 2>&1 || true
+}
+
+# Resident memory of each worker: children of the kiv-server master, php-fpm pool and nginx.
+record_memory() { # setup label
+    local out="$WORK/rss/$1__$2.txt" master
+    : >"$out"
+    for master in "${PIDS[@]}"; do
+        local name
+        name=$(ps -o comm= -p "$master" 2>/dev/null || true)
+        ps -o pid=,rss= --ppid "$master" 2>/dev/null | sed "s/^/$name /" >>"$out" || true
+    done
+}
+
+# sqlite3 -html over the same queries, in one process: seconds for `count` pages.
+sqlite_floor() { # setup name count sql
+    local setup=$1 name=$2 count=$3 sql=$4 script="$WORK/floor/$2.sql"
+    : >"$script"
+    for _ in $(seq "$count"); do echo "$sql" >>"$script"; done
+    local start end
+    start=$(date +%s%N)
+    sqlite3 -html "$WORK/peer-$setup.sqlite" <"$script" >/dev/null
+    end=$(date +%s%N)
+    echo "$count $(((end - start) / 1000))" >"$WORK/floor/${setup}__${name}.txt"
+}
+
+# Worker memory over many requests of the 25-row page: before, then after about
+# MEMORY_REQUESTS requests.
+memory_run() { # setup
+    local setup=$1 url="http://127.0.0.1:$KIV_PORT/page25.html?city=$CITY&page=2"
+    record_memory "$setup" before-memory-run
+    local rps seconds
+    rps=$(awk '/Requests\/sec/ {print int($2)}' "$WORK/wrk/${setup}__kiv-page25__1.txt" 2>/dev/null || echo 0)
+    ((rps > 0)) || rps=500
+    seconds=$((MEMORY_REQUESTS / rps + 2))
+    ((seconds <= 300)) || seconds=300
+    log "memory run: about $MEMORY_REQUESTS requests ($seconds s)"
+    wrk -t2 -c"$CONNECTIONS" -d"${seconds}s" --latency "$url" >"$WORK/wrk/${setup}__memory-run__1.txt" 2>&1 || true
+    record_memory "$setup" after-memory-run
+}
+
+main() {
+    install_peers
+    build
+    rm -rf "$WORK"
+    mkdir -p "$WORK"/{site,static,php,nginx,logs,wrk,rss,floor}
+    make_data
+    local page25="page25.html?city=$CITY&page=2"
+    local sql25="SELECT Name, City, Age, Email, Phone FROM people WHERE City = '$CITY' ORDER BY Name, id LIMIT 25 OFFSET 25;"
+    local sql10k="SELECT Name, City, Age, Email, Phone FROM people ORDER BY Name, id LIMIT 10000;"
+    for setup in "${SETUPS[@]}"; do
+        log "setup $setup: starting kiv-server, php-fpm and nginx"
+        start_servers "$setup"
+        # The ceiling serves exactly the bytes kiv-server renders; the PHP page should match them.
+        curl -s "http://127.0.0.1:$KIV_PORT/$page25" >"$WORK/static/page25.html"
+        curl -s "http://127.0.0.1:$NGINX_PORT/page25.php?city=$CITY&page=2" >"$WORK/php/page25-$setup.out"
+        if cmp -s "$WORK/static/page25.html" "$WORK/php/page25-$setup.out"; then
+            echo identical >"$WORK/floor/${setup}__php-bytes.txt"
+        else
+            echo different >"$WORK/floor/${setup}__php-bytes.txt"
+        fi
+        curl -s "http://127.0.0.1:$KIV_PORT/rows10000.html" >"$WORK/static/rows10000-$setup.html"
+        sqlite3 -html "$WORK/peer-$setup.sqlite" "$sql10k" >"$WORK/floor/rows10000-$setup.html"
+        if cmp -s "$WORK/static/rows10000-$setup.html" "$WORK/floor/rows10000-$setup.html"; then
+            echo identical >"$WORK/floor/${setup}__rows10000-bytes.txt"
+        else
+            echo different >"$WORK/floor/${setup}__rows10000-bytes.txt"
+        fi
+        record_memory "$setup" start
+        for run in $(seq "$RUNS"); do
+            log "setup $setup: run $run of $RUNS"
+            # Interleaved, so that noise from other work on the machine spreads over every peer.
+            measure "$setup" kiv-page25 "$run" "http://127.0.0.1:$KIV_PORT/$page25" "$CONNECTIONS"
+            measure "$setup" php-page25 "$run" "http://127.0.0.1:$NGINX_PORT/page25.php?city=$CITY&page=2" "$CONNECTIONS"
+            measure "$setup" static-page25 "$run" "http://127.0.0.1:$NGINX_PORT/page25.html" "$CONNECTIONS"
+            measure "$setup" kiv-editor "$run" "http://127.0.0.1:$KIV_PORT/editor.html" "$CONNECTIONS" \
+                -s "$ROOT/bench/peers/editor-search.lua"
+            # One connection: the latency is the time to make one 10,000-row page.
+            measure "$setup" kiv-rows10000 "$run" "http://127.0.0.1:$KIV_PORT/rows10000.html" 1 --timeout 60s
+        done
+        record_memory "$setup" after-runs
+        [[ $setup == city-name ]] && memory_run "$setup"
+        stop_servers
+        sqlite_floor "$setup" sqlite-page25 2000 "$sql25"
+        sqlite_floor "$setup" sqlite-rows10000 20 "$sql10k"
+    done
+    log "writing docs/benchmarks.md and docs/benchmarks.png"
+    python3 "$ROOT/bench/report.py" --work "$WORK" --docs "$ROOT/docs" --notes "$ROOT/bench/profile-notes.md" \
+        --settings "runs=$RUNS duration=${DURATION}s connections=$CONNECTIONS records=$RECORDS"
+}
+
+main "$@"
