@@ -280,9 +280,7 @@ unsigned int ModifyDB_AddRecord(_KIVAPI_ModuleProcessingInfo* processingInfo_i,
                              kModifyDBHint_ContactAdministrator, true);
         return result;
     }
-    KivString prefix;
-    if (ModifyDB_GetResultVariablePrefix(processingInfo_i, kModifyDBParameter_ResultVariableName, prefix))
-        ModifyDB_SetResultVariable(processingInfo_i, prefix, "_ResultCount", KivString("1"));
+    ModifyDB_SetResult(processingInfo_i, "_ResultCount", KivString("1"));
     return 0;
 }
 
@@ -331,9 +329,7 @@ unsigned int ModifyDB_DeleteRecord(_KIVAPI_ModuleProcessingInfo* processingInfo_
             break;
     }
 
-    KivString prefix;
-    if (ModifyDB_GetResultVariablePrefix(processingInfo_i, kModifyDBParameter_ResultVariableName, prefix))
-        ModifyDB_SetResultVariable(processingInfo_i, prefix, "_ResultCount", deleted);
+    ModifyDB_SetResult(processingInfo_i, "_ResultCount", deleted);
     return result;
 }
 
@@ -369,9 +365,7 @@ unsigned int ModifyDB_UpdateRecord(_KIVAPI_ModuleProcessingInfo* processingInfo_
             break;
     }
 
-    KivString prefix;
-    if (ModifyDB_GetResultVariablePrefix(processingInfo_i, kModifyDBParameter_ResultVariableName, prefix))
-        ModifyDB_SetResultVariable(processingInfo_i, prefix, "_ResultCount", updated);
+    ModifyDB_SetResult(processingInfo_i, "_ResultCount", updated);
     return result;
 }
 
@@ -410,9 +404,7 @@ unsigned int ModifyDB_Export(_KIVAPI_ModuleProcessingInfo* processingInfo_i, con
                              kModifyDBHint_ContactAdministrator, true);
         return result;
     }
-    KivString prefix;
-    if (ModifyDB_GetResultVariablePrefix(processingInfo_i, kModifyDBParameter_ResultVariableName, prefix))
-        ModifyDB_SetResultVariable(processingInfo_i, prefix, "_ResultCount", count);
+    ModifyDB_SetResult(processingInfo_i, "_ResultCount", count);
     return 0;
 }
 
@@ -436,8 +428,6 @@ unsigned int ModifyDB_Import(_KIVAPI_ModuleProcessingInfo* processingInfo_i, con
                              kModifyDBHint_ContactAdministrator, true);
         return result;
     }
-    KivString prefix;
-    if (ModifyDB_GetResultVariablePrefix(processingInfo_i, kModifyDBParameter_ResultVariableName, prefix))
-        ModifyDB_SetResultVariable(processingInfo_i, prefix, "_ResultCount", count);
+    ModifyDB_SetResult(processingInfo_i, "_ResultCount", count);
     return 0;
 }

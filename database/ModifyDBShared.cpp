@@ -3,7 +3,7 @@
 #include "ModifyDBShared.h"
 
 #include "KivGlue.h"
-#include "KivStringUtility.h"
+#include "KivGlueDB.h"
 
 const char* const kModifyDBHint_ContactAdministrator =
     "Contact the system administrator and report this problem.";
@@ -91,11 +91,23 @@ void ModifyDB_SetResultVariable(_KIVAPI_ModuleProcessingInfo* processingInfo_i, 
     KivGlueSetPageVariable(processingInfo_i, prefix_i + suffix_i, value_i);
 }
 
-void ModifyDB_SetResultVariable(_KIVAPI_ModuleProcessingInfo* processingInfo_i, const KivString& prefix_i,
-                                const char* suffix_i, const unsigned int& value_i)
+unsigned int ModifyDB_StartDatabaseService(_KIVAPI_ModuleProcessingInfo* processingInfo_i,
+                                           const KivStringID& dataSourceParameter_i,
+                                           const KivStringID& userNameParameter_i,
+                                           const KivStringID& passwordParameter_i)
 {
-    ModifyDB_SetResultVariable(processingInfo_i, prefix_i, suffix_i,
-                               KivStringUtility::GetStringRepresentation(value_i, 10, 1));
+    const KivString noDefault;
+    KivString dataSource;
+    KivString userName;
+    KivString password;
+    KivGlueGetTagParameter(processingInfo_i, dataSourceParameter_i, 0, dataSource, noDefault);
+    KivGlueGetTagParameter(processingInfo_i, userNameParameter_i, 0, userName, noDefault);
+    KivGlueGetTagParameter(processingInfo_i, passwordParameter_i, 0, password, noDefault);
+    unsigned int result = KivGlueDBInitialize(processingInfo_i, dataSource, userName, password);
+    if (result != 0)
+        ModifyDB_ReportError(processingInfo_i, "The database system failed to initialize.",
+                             kModifyDBHint_ContactAdministrator, true);
+    return result;
 }
 
 void ModifyDB_ReportError(_KIVAPI_ModuleProcessingInfo* processingInfo_i, const KivString& headline_i,

@@ -63,8 +63,13 @@ bool ModifyDB_GetResultVariablePrefix(_KIVAPI_ModuleProcessingInfo* processingIn
 // Sets the page variable prefix + suffix, when there is a prefix.
 void ModifyDB_SetResultVariable(_KIVAPI_ModuleProcessingInfo* processingInfo_i, const KivString& prefix_i,
                                 const char* suffix_i, const KivString& value_i);
-void ModifyDB_SetResultVariable(_KIVAPI_ModuleProcessingInfo* processingInfo_i, const KivString& prefix_i,
-                                const char* suffix_i, const unsigned int& value_i);
+
+// Reads the tag's ODBC data source, user name and password (empty when absent) and starts the
+// database service with them; a failure is reported and logged. Returns the service's code.
+unsigned int ModifyDB_StartDatabaseService(_KIVAPI_ModuleProcessingInfo* processingInfo_i,
+                                           const KivStringID& dataSourceParameter_i,
+                                           const KivStringID& userNameParameter_i,
+                                           const KivStringID& passwordParameter_i);
 
 // Sets the error information and, when `log_i`, writes the headline to the server log too.
 void ModifyDB_ReportError(_KIVAPI_ModuleProcessingInfo* processingInfo_i, const KivString& headline_i,

@@ -45,4 +45,10 @@ unsigned int ModifyDB_SetFieldValue(_KIVAPI_ModuleProcessingInfo* processingInfo
 unsigned int ModifyDB_SetFieldValuesFromParameters(_KIVAPI_ModuleProcessingInfo* processingInfo_i,
                                                    const unsigned int& database_i, const bool& isUpdate_i);
 
+// Sets the page variable named by "resultVariableName" and the suffix, when the tag names one.
+void ModifyDB_SetResult(_KIVAPI_ModuleProcessingInfo* processingInfo_i, const char* suffix_i,
+                        const KivString& value_i);
+void ModifyDB_SetResult(_KIVAPI_ModuleProcessingInfo* processingInfo_i, const char* suffix_i,
+                        const unsigned int& value_i);
+
 #endif

@@ -83,11 +83,7 @@ unsigned int ModifyDB_CreateOrDeleteDatabase(_KIVAPI_ModuleProcessingInfo* proce
     result = create_i ? KivGlueDBCreateDatabase(processingInfo_i, databaseName_i)
                       : KivGlueDBDeleteDatabase(processingInfo_i, databaseName_i);
     if (result == 0)
-    {
-        KivString prefix;
-        if (ModifyDB_GetResultVariablePrefix(processingInfo_i, kModifyDBParameter_ResultVariableName, prefix))
-            ModifyDB_SetResultVariable(processingInfo_i, prefix, "_DatabaseName", databaseName_i);
-    }
+        ModifyDB_SetResult(processingInfo_i, "_DatabaseName", databaseName_i);
     return result;
 }
 
@@ -199,22 +195,28 @@ unsigned int ModifyDB_Dispatch(_KIVAPI_ModuleProcessingInfo* processingInfo_i, K
 
 unsigned int ProcessModifyDatabase(_KIVAPI_ModuleProcessingInfo* processingInfo_i, KivString& output_io)
 {
-    const KivString noDefault;
-    KivString dataSource;
-    KivString userName;
-    KivString password;
-    KivGlueGetTagParameter(processingInfo_i, kModifyDBParameter_ODBCDataSource, 0, dataSource, noDefault);
-    KivGlueGetTagParameter(processingInfo_i, kModifyDBParameter_ODBCUsername, 0, userName, noDefault);
-    KivGlueGetTagParameter(processingInfo_i, kModifyDBParameter_ODBCPassword, 0, password, noDefault);
-    unsigned int result = KivGlueDBInitialize(processingInfo_i, dataSource, userName, password);
-    if (result != 0)
-        ModifyDB_ReportError(processingInfo_i, "The database system failed to initialize.",
-                             kModifyDBHint_ContactAdministrator, true);
-    else
+    unsigned int result =
+        ModifyDB_StartDatabaseService(processingInfo_i, kModifyDBParameter_ODBCDataSource,
+                                      kModifyDBParameter_ODBCUsername, kModifyDBParameter_ODBCPassword);
+    if (result == 0)
         result = ModifyDB_Dispatch(processingInfo_i, output_io);
     // The service is ended on every path, also after a failed start.
     KivGlueDBTerminate(processingInfo_i);
     return result;
+}
+
+void ModifyDB_SetResult(_KIVAPI_ModuleProcessingInfo* processingInfo_i, const char* suffix_i,
+                        const KivString& value_i)
+{
+    KivString prefix;
+    if (ModifyDB_GetResultVariablePrefix(processingInfo_i, kModifyDBParameter_ResultVariableName, prefix))
+        ModifyDB_SetResultVariable(processingInfo_i, prefix, suffix_i, value_i);
+}
+
+void ModifyDB_SetResult(_KIVAPI_ModuleProcessingInfo* processingInfo_i, const char* suffix_i,
+                        const unsigned int& value_i)
+{
+    ModifyDB_SetResult(processingInfo_i, suffix_i, KivStringUtility::GetStringRepresentation(value_i, 10, 1));
 }
 
 unsigned int ModifyDB_ListDatabases(_KIVAPI_ModuleProcessingInfo* processingInfo_i, KivString& list_io)
@@ -237,9 +239,7 @@ unsigned int ModifyDB_ListDatabases(_KIVAPI_ModuleProcessingInfo* processingInfo
     }
     list.TrimRight(',');
     list_io = list;
-    KivString prefix;
-    if (ModifyDB_GetResultVariablePrefix(processingInfo_i, kModifyDBParameter_ResultVariableName, prefix))
-        ModifyDB_SetResultVariable(processingInfo_i, prefix, "_ResultCount", count);
+    ModifyDB_SetResult(processingInfo_i, "_ResultCount", count);
     return 0;
 }
 
@@ -276,9 +276,7 @@ unsigned int ModifyDB_ListFields(_KIVAPI_ModuleProcessingInfo* processingInfo_i,
     }
     list.TrimRight(',');
     list_io = list;
-    KivString prefix;
-    if (ModifyDB_GetResultVariablePrefix(processingInfo_i, kModifyDBParameter_ResultVariableName, prefix))
-        ModifyDB_SetResultVariable(processingInfo_i, prefix, "_ResultCount", count);
+    ModifyDB_SetResult(processingInfo_i, "_ResultCount", count);
     return 0;
 }
 
@@ -335,10 +333,7 @@ unsigned int ModifyDB_AddField(_KIVAPI_ModuleProcessingInfo* processingInfo_i, c
     }
     // "_FieldName" carries what the database service reports after adding the field, not the
     // name asked for; pages written for this tag rely on that.
-    KivString prefix;
-    if (ModifyDB_GetResultVariablePrefix(processingInfo_i, kModifyDBParameter_ResultVariableName, prefix))
-        ModifyDB_SetResultVariable(processingInfo_i, prefix, "_FieldName",
-                                   KivGlueDBGetErrorInfo(processingInfo_i, database_i));
+    ModifyDB_SetResult(processingInfo_i, "_FieldName", KivGlueDBGetErrorInfo(processingInfo_i, database_i));
     return 0;
 }
 
@@ -358,8 +353,6 @@ unsigned int ModifyDB_DeleteField(_KIVAPI_ModuleProcessingInfo* processingInfo_i
                              kModifyDBHint_ContactAdministrator, true);
         return result;
     }
-    KivString prefix;
-    if (ModifyDB_GetResultVariablePrefix(processingInfo_i, kModifyDBParameter_ResultVariableName, prefix))
-        ModifyDB_SetResultVariable(processingInfo_i, prefix, "_FieldName", fieldName);
+    ModifyDB_SetResult(processingInfo_i, "_FieldName", fieldName);
     return 0;
 }

@@ -237,18 +237,11 @@ unsigned int SearchDB_SearchOpenDatabase(_KIVAPI_ModuleProcessingInfo* processin
 
 unsigned int ProcessSearchDatabase(_KIVAPI_ModuleProcessingInfo* processingInfo_i, KivString& output_io)
 {
-    const KivString noDefault;
-    KivString dataSource;
-    KivString userName;
-    KivString password;
-    KivGlueGetTagParameter(processingInfo_i, kSearchDBParameter_ODBCDataSource, 0, dataSource, noDefault);
-    KivGlueGetTagParameter(processingInfo_i, kSearchDBParameter_ODBCUsername, 0, userName, noDefault);
-    KivGlueGetTagParameter(processingInfo_i, kSearchDBParameter_ODBCPassword, 0, password, noDefault);
-    unsigned int result = KivGlueDBInitialize(processingInfo_i, dataSource, userName, password);
+    unsigned int result =
+        ModifyDB_StartDatabaseService(processingInfo_i, kSearchDBParameter_ODBCDataSource,
+                                      kSearchDBParameter_ODBCUsername, kSearchDBParameter_ODBCPassword);
     if (result != 0)
     {
-        ModifyDB_ReportError(processingInfo_i, "The database system failed to initialize.",
-                             kModifyDBHint_ContactAdministrator, true);
         KivGlueDBTerminate(processingInfo_i);
         return result;
     }
@@ -261,7 +254,7 @@ unsigned int ProcessSearchDatabase(_KIVAPI_ModuleProcessingInfo* processingInfo_
     }
 
     KivString criteria;
-    if (!KivGlueGetTagParameter(processingInfo_i, kSearchDBParameter_SearchString, 0, criteria, noDefault))
+    if (!KivGlueGetTagParameter(processingInfo_i, kSearchDBParameter_SearchString, 0, criteria, KivString()))
         criteria = SearchDB_BuildSearchString(processingInfo_i);
 
     unsigned int database = 0;
