@@ -39,6 +39,25 @@ void BM_KivString_AppendSmall(benchmark::State& state)
 }
 BENCHMARK(BM_KivString_AppendSmall)->Arg(25)->Arg(10000);
 
+// How the search tag builds its output: one filled row (about 120 bytes) appended per record.
+// With range(1) the output is reserved first, which shows what the growth of the string costs.
+void BM_KivString_AppendRows(benchmark::State& state)
+{
+    const KivString row(std::string(120, 'r').c_str());
+    const unsigned int rows = unsigned(state.range(0));
+    for (auto _ : state)
+    {
+        KivString output;
+        if (state.range(1))
+            output.Reserve(rows * row.GetLength());
+        for (unsigned int i = 0; i < rows; ++i)
+            output.Append(row);
+        benchmark::DoNotOptimize(output.GetCStringAccess());
+    }
+    state.SetItemsProcessed(int64_t(state.iterations()) * rows);
+}
+BENCHMARK(BM_KivString_AppendRows)->Args({25, 0})->Args({1000, 0})->Args({10000, 0})->Args({10000, 1});
+
 void BM_KivString_AppendCString(benchmark::State& state)
 {
     for (auto _ : state)
