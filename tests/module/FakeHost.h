@@ -35,6 +35,16 @@
 // - databaseHandler: replaces the built-in database model for every database call; it may
 //   still call host.db.Handle(request) for the default behaviour.
 //
+// The built-in database model (host.db): databases by name (listed in name order), fields with
+// type words, records as field -> text maps, converted to the kind the module asks for.
+// 'MDOp' hands out handles from 1; its second text names the key field that 'MRDl'/'MMTR' match
+// (otherwise the first auto-unique field, else the first field). 'MSEc' selects records with
+// db.search (every record by default); cursor moves answer 'MBOF'/'MEOF' past either end and
+// 'MMJp' goes to a 0-based position in the results. Values set after 'MRCr' make the record that
+// 'MRAd' stores (auto-unique fields numbered from 1); values set on the current record are
+// stored by 'MRUp'. 'MExp' reports the result count and answers db.exportResult; 'MImp'
+// reports db.importCount; 'MDEI' answers db.errorTexts by its first-slot word.
+//
 // Observing: calls (every call, in order), CallsTo(selector, kind), CountCalls, LastCall;
 // output (everything written with 'MWtS') and writeCount; logLines; errorHeadline and
 // errorHint; registeredTags; httpStatus, httpStatusMessage, httpHeaders, responseURI.
