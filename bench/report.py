@@ -8,6 +8,7 @@ Medians over the runs; ratios are kiv-server against each peer. Standard library
 import argparse
 import datetime
 import glob
+import json
 import os
 import platform
 import re
@@ -33,8 +34,8 @@ def parse_wrk(path):
         result["requests"] = int(match.group(1))
     match = re.search(r"Non-2xx or 3xx responses: (\d+)", text)
     result["errors"] = int(match.group(1)) if match else 0
-    match = re.search(r"Socket errors: (.*)", text)
-    result["socket_errors"] = match.group(1).strip() if match else ""
+    match = re.search(r"Socket errors: .*timeout (\d+)", text)
+    result["timeouts"] = int(match.group(1)) if match else 0
     return result
 
 
@@ -51,7 +52,7 @@ def load_wrk(work):
             if numbers:
                 entry[field] = statistics.median(numbers)
                 entry[field + "_all"] = numbers
-        entry["socket_errors"] = "; ".join(v["socket_errors"] for v in values if v["socket_errors"])
+        entry["timeouts"] = sum(v.get("timeouts", 0) for v in values)
         medians[key] = entry
     return medians
 
@@ -76,6 +77,37 @@ def load_floor(work):
     return floor
 
 
+def load_micro(work):
+    """Google Benchmark JSON files: (program, name, cpu ns, counters text)."""
+    rows = []
+    for path in sorted(glob.glob(os.path.join(work, "micro", "*.json"))):
+        try:
+            data = json.load(open(path))
+        except (OSError, ValueError):
+            continue
+        program = os.path.basename(path)[:-5]
+        for bench in data.get("benchmarks", []):
+            scale = {"ns": 1, "us": 1e3, "ms": 1e6, "s": 1e9}.get(bench.get("time_unit", "ns"), 1)
+            extra = []
+            if "bytes_per_second" in bench:
+                extra.append(f"{bench['bytes_per_second'] / 1e6:,.1f} MB/s")
+            if "items_per_second" in bench:
+                extra.append(f"{bench['items_per_second']:,.0f} items/s")
+            if bench.get("label"):
+                extra.append(bench["label"])
+            if bench.get("error_occurred"):
+                extra.append("error: " + bench.get("error_message", ""))
+            rows.append((program, bench["name"], bench.get("cpu_time", 0) * scale, ", ".join(extra)))
+    return rows
+
+
+def fmt_ns(ns):
+    for unit, size in (("s", 1e9), ("ms", 1e6), ("us", 1e3)):
+        if ns >= size:
+            return f"{ns / size:,.2f} {unit}"
+    return f"{ns:,.1f} ns"
+
+
 def fmt(value, digits=0):
     if value is None:
         return "n/a"
@@ -85,7 +117,8 @@ def fmt(value, digits=0):
 def ratio(a, b):
     if a is None or b is None or b == 0:
         return "n/a"
-    return f"{a / b:.2f}x"
+    value = a / b
+    return f"{value:.2f}x" if value >= 0.1 else f"{value:.4f}x"
 
 
 def mib(kib_list):
@@ -182,7 +215,7 @@ def main():
         add(f"The PHP page's bytes are **{php_bytes}** to kiv-server's; the 10,000-row page's bytes are")
         add(f"**{rows_bytes}** to `sqlite3 -html`'s.")
         add("")
-        add("| Page | Server | Requests/s (median) | p50 ms | p99 ms | Runs (requests/s) | Errors |")
+        add("| Page | Server | Requests/s (median) | p50 ms | p99 ms | Runs (requests/s) | Non-2xx / timeouts |")
         add("|---|---|---:|---:|---:|---|---:|")
         for target, page, server in (
             ("kiv-page25", "25-row", "kiv-server"),
@@ -192,10 +225,8 @@ def main():
             ("kiv-rows10000", "10,000-row (1 connection)", "kiv-server"),
         ):
             entry = wrk.get((setup, target), {})
-            runs = ", ".join(fmt(v) for v in entry.get("rps_all", []))
-            errors = entry.get("errors", 0)
-            if entry.get("socket_errors"):
-                errors = f"{errors} ({entry['socket_errors']})"
+            runs = ", ".join(fmt(v, 0 if v >= 100 else 2) for v in entry.get("rps_all", []))
+            errors = f"{entry.get('errors', 0)} / {entry.get('timeouts', 0)}"
             add(f"| {page} | {server} | {fmt(entry.get('rps'), 1)} | {fmt(entry.get('p50'), 2)} | "
                 f"{fmt(entry.get('p99'), 2)} | {runs} | {errors} |")
         add("")
@@ -231,6 +262,21 @@ def main():
             add("")
             add(f"Memory run: {fmt(memory_run.get('requests'))} requests of the 25-row page between the last "
                 f"two rows.")
+        add("")
+
+    micro = load_micro(args.work)
+    if micro:
+        add("## Micro-benchmarks")
+        add("")
+        add("CPU time per iteration (Google Benchmark, `--benchmark_min_time=0.2`, same noisy machine).")
+        add("`SearchTag` runs one whole `kivSearchDatabase` call through `ProcessKivRequest` against the")
+        add("embedded database (label: which database, `People` = separate indexes, `PeopleCityName` = one")
+        add("on (City, Name)); `RunTemplate` answers field values from memory.")
+        add("")
+        add("| Program | Benchmark | CPU time | Throughput |")
+        add("|---|---|---:|---|")
+        for program, name, ns, extra in micro:
+            add(f"| {program} | `{name}` | {fmt_ns(ns)} | {extra} |")
         add("")
 
     add("## Targets")

@@ -130,7 +130,8 @@ measure() { # setup target run url connections [wrk options]
     local setup=$1 target=$2 run=$3 url=$4 connections=$5
     shift 5
     local threads=$((connections < 2 ? 1 : 2))
-    wrk -t"$threads" -c"$connections" -d"${DURATION}s" --latency "$@" "$url" \
+    # A generous timeout: a slow answer must count in the latencies, not vanish as a timeout.
+    wrk -t"$threads" -c"$connections" -d"${DURATION}s" --latency --timeout 10s "$@" "$url" \
         >"$WORK/wrk/${setup}__${target}__${run}.txt" 2>&1 || true
 }
 
@@ -168,8 +169,21 @@ memory_run() { # setup
     seconds=$((MEMORY_REQUESTS / rps + 2))
     ((seconds <= 300)) || seconds=300
     log "memory run: about $MEMORY_REQUESTS requests ($seconds s)"
-    wrk -t2 -c"$CONNECTIONS" -d"${seconds}s" --latency "$url" >"$WORK/wrk/${setup}__memory-run__1.txt" 2>&1 || true
+    wrk -t2 -c"$CONNECTIONS" -d"${seconds}s" --latency --timeout 10s "$url" >"$WORK/wrk/${setup}__memory-run__1.txt" 2>&1 || true
     record_memory "$setup" after-memory-run
+}
+
+# The Google Benchmark programs of bench/, each built only when its code is in the tree.
+micro_benchmarks() {
+    mkdir -p "$WORK/micro"
+    ninja -C "$BUILD" $(ninja -C "$BUILD" -t targets all 2>/dev/null | grep -o '^kiv-bench-[a-z-]*' | sort -u) >/dev/null
+    local program
+    for program in "$BUILD"/bench/kiv-bench-*; do
+        [[ $program == */kiv-bench-load ]] && continue
+        log "micro-benchmarks: $(basename "$program")"
+        KIV_BENCH_RECORDS=$RECORDS "$program" --benchmark_min_time=0.2 --benchmark_format=json \
+            --benchmark_out="$WORK/micro/$(basename "$program").json" >/dev/null 2>&1 || true
+    done
 }
 
 main() {
@@ -217,6 +231,7 @@ main() {
         sqlite_floor "$setup" sqlite-page25 2000 "$sql25"
         sqlite_floor "$setup" sqlite-rows10000 20 "$sql10k"
     done
+    micro_benchmarks
     log "writing docs/benchmarks.md and docs/benchmarks.png"
     python3 "$ROOT/bench/report.py" --work "$WORK" --docs "$ROOT/docs" --notes "$ROOT/bench/profile-notes.md" \
         --settings "runs=$RUNS duration=${DURATION}s connections=$CONNECTIONS records=$RECORDS"
