@@ -140,24 +140,32 @@ def machine():
 def draw_chart(docs, work, wrk):
     data = os.path.join(work, "chart.dat")
     with open(data, "w") as out:
-        out.write("setup kiv php static\n")
+        out.write("# setup, requests/s of kiv php static, then p99 ms of kiv php static\n")
         for setup, _ in SETUPS:
-            values = [wrk.get((setup, t), {}).get("rps", 0) for t in ("kiv-page25", "php-page25", "static-page25")]
-            out.write(f'"{setup}" ' + " ".join(f"{v:.1f}" for v in values) + "\n")
+            targets = ("kiv-page25", "php-page25", "static-page25")
+            values = [wrk.get((setup, t), {}).get("rps", 0) for t in targets]
+            values += [wrk.get((setup, t), {}).get("p99", 0) for t in targets]
+            out.write(f'"{setup}" ' + " ".join(f"{v:.3f}" for v in values) + "\n")
     png = os.path.join(docs, "benchmarks.png")
     script = f"""
-set terminal pngcairo size 900,480 font "sans,11"
+set terminal pngcairo size 1100,450 font "sans,10"
 set output "{png}"
-set title "25-row search page: requests per second (median), log scale"
+set multiplot layout 1,2 title "25-row search page, medians over the runs (log scales)"
 set style data histograms
 set style histogram clustered gap 1
 set style fill solid 0.85 border -1
 set logscale y
-set yrange [10:*]
 set grid ytics
 set key top left
-set ylabel "requests/s"
-plot "{data}" using 2:xtic(1) title "kiv-server", '' using 3 title "php-fpm + nginx", '' using 4 title "nginx static (ceiling)"
+set title "requests per second (higher is better)"
+set yrange [10:1000000]
+plot "{data}" using 2:xtic(1) title "kiv-server", '' using 3 title "php-fpm + nginx", \\
+     '' using 4 title "nginx static (ceiling)"
+set title "p99 latency, ms (lower is better)"
+set yrange [0.1:100000]
+plot "{data}" using 5:xtic(1) title "kiv-server", '' using 6 title "php-fpm + nginx", \\
+     '' using 7 title "nginx static (ceiling)"
+unset multiplot
 """
     try:
         subprocess.run(["gnuplot"], input=script, text=True, check=True)
