@@ -261,21 +261,8 @@ unsigned int EditDB_VerifyDeleteDatabaseForm(_KIVAPI_ModuleProcessingInfo* proce
     EditDB_AppendHidden(output_io, kEditDBPostArgument_DatabaseName, databaseName_i);
     EditDB_AppendHidden(output_io, kEditDBPostArgument_Action, "DeleteDatabase");
 
-    EditDB_AppendButtonRowStart(output_io);
-    output_io += "\r\n<td bgcolor=\"";
-    output_io += kEditDBColor_Delete;
-    output_io += "\"><input type=\"submit\" name=\"";
-    output_io += kEditDBPostArgument_Confirmation;
-    output_io += "\" value=\"";
-    output_io += EditDB_GetLocalizedString(kEditDB_ID_Word_Yes, language);
-    output_io += "\"></td>\r\n<td bgcolor=\"";
-    output_io += kEditDBColor_Navigation;
-    output_io += "\"><input type=\"submit\" name=\"";
-    output_io += kEditDBPostArgument_Confirmation;
-    output_io += "\" value=\"";
-    output_io += EditDB_GetLocalizedString(kEditDB_ID_Word_No, language);
-    output_io += "\"></td>";
-    EditDB_AppendButtonRowEnd(output_io);
+    EditDB_AppendConfirmationButtons(output_io, EditDB_GetLocalizedString(kEditDB_ID_Word_Yes, language),
+                                     EditDB_GetLocalizedString(kEditDB_ID_Word_No, language));
     EditDB_AppendFormEnd(output_io);
     return 0;
 }
@@ -350,17 +337,7 @@ unsigned int EditDB_VerifyDeleteFieldForm(_KIVAPI_ModuleProcessingInfo* processi
     EditDB_AppendHidden(output_io, kEditDBPostArgument_FieldName, fieldName);
     EditDB_AppendHidden(output_io, kEditDBPostArgument_Action, "DeleteField");
     // Literal answers in every language: the deletion compares with the literal "Yes".
-    EditDB_AppendButtonRowStart(output_io);
-    output_io += "\r\n<td bgcolor=\"";
-    output_io += kEditDBColor_Delete;
-    output_io += "\"><input type=\"submit\" name=\"";
-    output_io += kEditDBPostArgument_Confirmation;
-    output_io += "\" value=\"Yes\"></td>\r\n<td bgcolor=\"";
-    output_io += kEditDBColor_Navigation;
-    output_io += "\"><input type=\"submit\" name=\"";
-    output_io += kEditDBPostArgument_Confirmation;
-    output_io += "\" value=\"No\"></td>";
-    EditDB_AppendButtonRowEnd(output_io);
+    EditDB_AppendConfirmationButtons(output_io, "Yes", "No");
     EditDB_AppendFormEnd(output_io);
     return 0;
 }

@@ -155,6 +155,24 @@ void EditDB_AppendActionButton(KivString& output_io, const unsigned int& action_
     output_io += "\"></td>";
 }
 
+void EditDB_AppendConfirmationButtons(KivString& output_io, const KivString& yes_i, const KivString& no_i)
+{
+    const KivString* answers[] = {&yes_i, &no_i};
+    const char* colors[] = {kEditDBColor_Delete, kEditDBColor_Navigation};
+    EditDB_AppendButtonRowStart(output_io);
+    for (unsigned int index = 0; index < 2; ++index)
+    {
+        output_io += "\r\n<td bgcolor=\"";
+        output_io += colors[index];
+        output_io += "\"><input type=\"submit\" name=\"";
+        output_io += kEditDBPostArgument_Confirmation;
+        output_io += "\" value=\"";
+        output_io += *answers[index];
+        output_io += "\"></td>";
+    }
+    EditDB_AppendButtonRowEnd(output_io);
+}
+
 void EditDB_AppendTextInput(KivString& output_io, const KivString& name_i, const KivString& value_i,
                             const unsigned int& size_i, const unsigned int& maxLength_i)
 {

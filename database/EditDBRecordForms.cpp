@@ -247,21 +247,6 @@ void EditDB_AppendDisplayButtons(KivString& output_io, const unsigned long& lang
     EditDB_AppendSecondButtonRow(output_io, language_i, true);
 }
 
-void EditDB_AppendConfirmationButtons(KivString& output_io)
-{
-    EditDB_AppendButtonRowStart(output_io);
-    output_io += "\r\n<td bgcolor=\"";
-    output_io += kEditDBColor_Delete;
-    output_io += "\"><input type=\"submit\" name=\"";
-    output_io += kEditDBPostArgument_Confirmation;
-    output_io += "\" value=\"Yes\"></td>\r\n<td bgcolor=\"";
-    output_io += kEditDBColor_Navigation;
-    output_io += "\"><input type=\"submit\" name=\"";
-    output_io += kEditDBPostArgument_Confirmation;
-    output_io += "\" value=\"No\"></td>";
-    EditDB_AppendButtonRowEnd(output_io);
-}
-
 unsigned int EditDB_ReportNoUniqueIDField(_KIVAPI_ModuleProcessingInfo* processingInfo_i,
                                           const unsigned int& database_i, const unsigned int& result_i)
 {
@@ -827,7 +812,7 @@ unsigned int EditDB_VerifyDeleteRecordForm(_KIVAPI_ModuleProcessingInfo* process
                         EditDB_GetDatabaseName(processingInfo_i, database_i));
     EditDB_AppendHidden(output_io, kEditDBPostArgument_RecordID, recordID);
     EditDB_AppendHidden(output_io, kEditDBPostArgument_Action, "DeleteRecord");
-    EditDB_AppendConfirmationButtons(output_io);
+    EditDB_AppendConfirmationButtons(output_io, "Yes", "No");
     EditDB_AppendFormEnd(output_io);
     return 0;
 }
@@ -843,7 +828,7 @@ unsigned int EditDB_VerifyDeleteAllRecordsForm(_KIVAPI_ModuleProcessingInfo* pro
     output_io += " database?";
     EditDB_AppendHidden(output_io, kEditDBPostArgument_DatabaseName, databaseName);
     EditDB_AppendHidden(output_io, kEditDBPostArgument_Action, "DeleteAllRecords");
-    EditDB_AppendConfirmationButtons(output_io);
+    EditDB_AppendConfirmationButtons(output_io, "Yes", "No");
     EditDB_AppendFormEnd(output_io);
     return 0;
 }

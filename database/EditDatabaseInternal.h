@@ -121,6 +121,9 @@ void EditDB_AppendButtonRowEnd(KivString& output_io);
 // A submit button named "kivEditDatabase_Action" whose label is the action's localized word.
 void EditDB_AppendActionButton(KivString& output_io, const unsigned int& action_i,
                                const unsigned long& language_i, const char* color_i);
+// The two answers of a deletion confirmation, submit buttons named
+// "kivEditDatabase_Confirmation".
+void EditDB_AppendConfirmationButtons(KivString& output_io, const KivString& yes_i, const KivString& no_i);
 // A text input; `size_i` and `maxLength_i` are left out when 0.
 void EditDB_AppendTextInput(KivString& output_io, const KivString& name_i, const KivString& value_i,
                             const unsigned int& size_i, const unsigned int& maxLength_i);

@@ -2,6 +2,7 @@
 // database, actions without a database, the marker pair around every output, and the messages
 // of failed initialisation, opens, additions, searches, exports and imports.
 #include "EditorBrowser.h"
+#include "KivFileSystemItem.h"
 
 #include <gtest/gtest.h>
 
@@ -396,6 +397,22 @@ TEST_F(EditDatabaseNamedPage, ExportAndImportRequestsCheckTheirFile)
     EXPECT_EQ(session.result, KIV_FOURCC('M', 'B', 'a', 'd'));
     EXPECT_EQ(session.host.errorHeadline,
               "The database system was unable to import to the &quot;people&quot; database.");
+}
+
+TEST_F(EditDatabaseNamedPage, ExportCatchesAnExceptionAndSaysSo)
+{
+    auto previous = session.host.databaseHandler;
+    session.host.databaseHandler = [previous](kivtest::FakeDBRequest& request_io) -> uint32_t
+    {
+        if (request_io.Selector() == kKivDB_Export)
+            throw KivFileSystemItem::IsNotAFile("out.txt");
+        return previous(request_io);
+    };
+    session.Post({{"kivEditDatabase_Action", "Export Now"}, {"kivEditDatabase_ExportFilename", "out.txt"}});
+    EXPECT_EQ(session.result, (uint32_t)kKivResult_UnknownError);
+    EXPECT_EQ(session.host.errorHeadline, "An unexpected error occurred due to a thrown exception.");
+    EXPECT_EQ(session.host.errorHint, "Contact the system administrator and report the problem.");
+    EXPECT_EQ(session.host.CountCalls(kKivDB_CloseDatabase, kivtest::kDatabase), 1u);
 }
 
 TEST_F(EditDatabaseNamedPage, ExportPositionsPutXFieldsLastAndLeaveOutUnpostedOnes)
