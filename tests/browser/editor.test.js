@@ -494,9 +494,11 @@ async function publicPages(page, port, out) {
 async function inLanguage(language, hash, walk) {
     const site = makeSite(language, hash);
     const server = await startServer(site);
-    const { context, profile } = await launchBrowser();
+    let context;
+    let profile;
     let admin;
     try {
+        ({ context, profile } = await launchBrowser());
         const page = context.pages()[0] || await context.newPage();
         admin = new Administrator(page, server.port, language, options.out);
         await walk(admin, site, page, server);
@@ -512,9 +514,13 @@ async function inLanguage(language, hash, walk) {
         console.error('server log:\n' + server.log().slice(-3000));
         throw error;
     } finally {
-        await context.close();
+        if (context) {
+            await context.close();
+        }
         await stopServer(server);
-        fs.rmSync(profile, { recursive: true, force: true });
+        if (profile) {
+            fs.rmSync(profile, { recursive: true, force: true });
+        }
         fs.rmSync(site.base, { recursive: true, force: true });
     }
 }
