@@ -158,18 +158,20 @@ sqlite_floor() { # setup name count sql
     echo "$count $(((end - start) / 1000))" >"$WORK/floor/${setup}__${name}.txt"
 }
 
-# Worker memory over many requests of the 25-row page: before, then after about
-# MEMORY_REQUESTS requests.
+# Worker memory over many requests of the 25-row page: before, then after at least
+# MEMORY_REQUESTS requests (30 s rounds of wrk, at most 10 minutes).
 memory_run() { # setup
     local setup=$1 url="http://127.0.0.1:$KIV_PORT/page25.html?city=$CITY&page=2"
     record_memory "$setup" before-memory-run
-    local rps seconds
-    rps=$(awk '/Requests\/sec/ {print int($2)}' "$WORK/wrk/${setup}__kiv-page25__1.txt" 2>/dev/null || echo 0)
-    ((rps > 0)) || rps=500
-    seconds=$((MEMORY_REQUESTS / rps + 2))
-    ((seconds <= 300)) || seconds=300
-    log "memory run: about $MEMORY_REQUESTS requests ($seconds s)"
-    wrk -t2 -c"$CONNECTIONS" -d"${seconds}s" --latency --timeout 10s "$url" >"$WORK/wrk/${setup}__memory-run__1.txt" 2>&1 || true
+    log "memory run: at least $MEMORY_REQUESTS requests"
+    local total=0 round=0 done_now
+    while ((total < MEMORY_REQUESTS && round < 20)); do
+        round=$((round + 1))
+        local out="$WORK/wrk/${setup}__memory-run__$round.txt"
+        wrk -t2 -c"$CONNECTIONS" -d30s --latency --timeout 10s "$url" >"$out" 2>&1 || true
+        done_now=$(awk '/requests in/ {print $1}' "$out")
+        total=$((total + ${done_now:-0}))
+    done
     record_memory "$setup" after-memory-run
 }
 
