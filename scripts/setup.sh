@@ -8,15 +8,12 @@ packages=(
     libgtest-dev libgmock-dev libbenchmark-dev
     libsqlite3-dev sqlite3
     libcpp-httplib-dev libcli11-dev libtomlplusplus-dev libssl-dev libsodium-dev
-    unixodbc unixodbc-dev odbc-postgresql libsqliteodbc
+    unixodbc unixodbc-dev odbc-postgresql libsqliteodbc postgresql
     python3 curl
 )
 # Extra groups, asked for by the test script when it runs those suites.
 if [[ "${KIV_SETUP_BROWSER:-0}" == 1 ]]; then
     packages+=(chromium chromium-driver nodejs npm)
-fi
-if [[ "${KIV_SETUP_POSTGRES:-0}" == 1 ]]; then
-    packages+=(postgresql)
 fi
 if [[ "${KIV_SETUP_LOAD:-0}" == 1 ]]; then
     packages+=(wrk)

@@ -62,7 +62,12 @@ std::string_view describeResult(uint32_t code)
     case kImportFailed:
         return "The import file could not be imported; nothing was imported.";
     case kODBCUnavailable:
-        return "ODBC data sources are not available on this server.";
+        return "The ODBC data source could not be connected to; check its name, the user name and the "
+               "password.";
+    case kDataSourceError:
+        return "The ODBC data source refused the operation.";
+    case kConnectionLost:
+        return "The connection to the ODBC data source was lost; the next request connects again.";
     default:
         return {};
     }

@@ -46,7 +46,9 @@ constexpr uint32_t kStorageError = fourCharCode("MIOE");
 constexpr uint32_t kBusy = fourCharCode("MBsy");
 constexpr uint32_t kFileError = fourCharCode("MFil");
 constexpr uint32_t kImportFailed = fourCharCode("MImF");
-constexpr uint32_t kODBCUnavailable = fourCharCode("MNoO");
+constexpr uint32_t kODBCUnavailable = fourCharCode("MNoO"); // the data source cannot be reached
+constexpr uint32_t kDataSourceError = fourCharCode("MSQL"); // error text: the driver's diagnostics
+constexpr uint32_t kConnectionLost = fourCharCode("MCnL");
 } // namespace result
 
 // The explanation of a code, as 'MDEI' answers it; empty for a code the service never gives.

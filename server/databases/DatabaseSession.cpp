@@ -1,14 +1,15 @@
 // The database callback's dispatcher: decodes the raw argument slots of each selector, calls
-// the embedded store, and encodes the answer with the buffer-size protocol of the interface
+// the backend that 'MIni' chose (the embedded store, or an ODBC data source), and encodes the
+// answer with the buffer-size protocol of the interface
 // (a too-small output buffer answers 'MBtS' with the needed size in its capacity word; on
 // success the capacity word receives the number of bytes written).
 #include "DatabaseSession.h"
 
 #include "DatabaseResultCodes.h"
-#include "EmbeddedDatabase.h"
-#include "EmbeddedStore.h"
+#include "EmbeddedBackend.h"
 #include "FieldTypes.h"
 #include "KivModuleInterface.h"
+#include "odbc/OdbcBackend.h"
 
 #include <cstring>
 #include <map>
@@ -132,8 +133,10 @@ struct DatabaseSession::Impl
 {
     SessionEnvironment environment;
     std::string currentTag;
-    DatabaseCatalogue catalogue;
-    std::map<uint32_t, std::unique_ptr<EmbeddedDatabase>> open;
+    EmbeddedBackend embedded;
+    std::unique_ptr<DatabaseBackend> dataSource; // the ODBC source 'MIni' named, if any
+    DatabaseBackend* backend = &embedded;
+    std::map<uint32_t, std::unique_ptr<OpenDatabase>> open;
     uint32_t nextHandle = 1;
     // The last failure of a call without a handle, so that 'MDEI' for that code can say more
     // than the general explanation.
@@ -142,7 +145,7 @@ struct DatabaseSession::Impl
 
     explicit Impl(SessionEnvironment settings)
         : environment(std::move(settings)),
-          catalogue(environment.dataFolder, StoreOptions{environment.lockWait, environment.durableCommits})
+          embedded(environment.dataFolder, StoreOptions{environment.lockWait, environment.durableCommits})
     {
     }
 
@@ -155,7 +158,7 @@ struct DatabaseSession::Impl
 
     uint32_t invalid(const char* what) { return failed(result::kInvalidArgument, what); }
 
-    EmbeddedDatabase* database(void* handleSlot, uint32_t& code)
+    OpenDatabase* database(void* handleSlot, uint32_t& code)
     {
         code = result::kSuccess;
         if (!handleSlot)
@@ -178,9 +181,15 @@ struct DatabaseSession::Impl
     uint32_t errorInfo(void* a3, void* a4, void* a5);
     uint32_t openDatabase(void* a3, void* a4, void* a5, void* a6, void* a7, void* a8);
     uint32_t fieldTypeInfo(uint32_t selector, void* a3, void* a4, void* a5, void* a8);
-    uint32_t onDatabase(uint32_t selector, EmbeddedDatabase& db, void* a3, void* a4, void* a5, void* a6,
-                        void* a7, void* a8);
-    uint32_t getFieldValue(EmbeddedDatabase& db, void* a4, void* a5, void* a6, void* a7, void* a8);
+    void useEmbedded()
+    {
+        backend = &embedded;
+        dataSource.reset(); // open handles keep their own share of the connection
+    }
+
+    uint32_t onDatabase(uint32_t selector, OpenDatabase& db, void* a3, void* a4, void* a5, void* a6, void* a7,
+                        void* a8);
+    uint32_t getFieldValue(OpenDatabase& db, void* a4, void* a5, void* a6, void* a7, void* a8);
 };
 
 DatabaseSession::DatabaseSession(SessionEnvironment environment)
@@ -223,10 +232,13 @@ uint32_t DatabaseSession::Impl::dispatch(uint32_t selector, void* a3, void* a4, 
         return initialize(a4, a5);
     case kKivDB_Terminate:
         open.clear(); // whatever the request left open
+        useEmbedded();
         return result::kSuccess;
     case kKivDB_GetODBCSupportFlags:
+        writeWord(a8, backend->supportFlags());
+        return result::kSuccess;
     case kKivDB_GetODBCCursorFlags:
-        writeWord(a8, 0); // the embedded store is no ODBC source
+        writeWord(a8, backend->cursorFlags());
         return result::kSuccess;
     case kKivDB_GetODBCFieldTypeInfo:
     case kKivDB_GetODBCFieldTypeByIndex:
@@ -242,20 +254,26 @@ uint32_t DatabaseSession::Impl::dispatch(uint32_t selector, void* a3, void* a4, 
             return invalid("The call needs a database name.");
         std::string message;
         const std::string name(text);
-        const uint32_t code = selector == kKivDB_CreateDatabase ? catalogue.create(name, message)
-                                                                : catalogue.remove(name, message);
+        const uint32_t code = selector == kKivDB_CreateDatabase ? backend->createDatabase(name, message)
+                                                                : backend->deleteDatabase(name, message);
         return code == result::kSuccess ? code : failed(code, message);
     }
     case kKivDB_OpenDatabase:
         return openDatabase(a3, a4, a5, a6, a7, a8);
     case kKivDB_GetDatabaseCount:
-        writeWord(a8, uint32_t(catalogue.list().size()));
-        return result::kSuccess;
     case kKivDB_GetDatabaseNameByIndex:
     {
-        if (!a3)
+        if (selector == kKivDB_GetDatabaseNameByIndex && !a3)
             return invalid("The call needs the address of an index.");
-        const auto names = catalogue.list();
+        std::vector<std::string> names;
+        std::string message;
+        if (const uint32_t code = backend->listDatabases(names, message); code != result::kSuccess)
+            return failed(code, message);
+        if (selector == kKivDB_GetDatabaseCount)
+        {
+            writeWord(a8, uint32_t(names.size()));
+            return result::kSuccess;
+        }
         const uint32_t index = *word(a3);
         if (index >= names.size())
             return failed(result::kDatabaseNotFound,
@@ -266,7 +284,7 @@ uint32_t DatabaseSession::Impl::dispatch(uint32_t selector, void* a3, void* a4, 
         break;
     }
     uint32_t code = result::kSuccess;
-    EmbeddedDatabase* db = nullptr;
+    OpenDatabase* db = nullptr;
     switch (selector)
     {
     case kKivDB_CloseDatabase:
@@ -311,18 +329,42 @@ uint32_t DatabaseSession::Impl::dispatch(uint32_t selector, void* a3, void* a4, 
 
 uint32_t DatabaseSession::Impl::initialize(void* a4, void* a5)
 {
-    // "data source,user,password": an ODBC source is meant when both of the first two are given.
+    // "data source,user,password": an empty data source means the embedded store. The password
+    // is everything after the second comma, so it may hold commas itself.
     std::string_view text;
-    if (a4 && readText(a4, a5, text))
+    if (!a4 || !readText(a4, a5, text))
     {
-        const size_t first = text.find(',');
-        const std::string_view source = trimBlanks(text.substr(0, first));
-        const std::string_view rest =
-            first == std::string_view::npos ? std::string_view() : text.substr(first + 1);
-        const std::string_view user = trimBlanks(rest.substr(0, rest.find(',')));
-        if (!source.empty() && !user.empty())
-            return failed(result::kODBCUnavailable, std::string(describeResult(result::kODBCUnavailable)));
+        useEmbedded();
+        return result::kSuccess;
     }
+    const size_t first = text.find(',');
+    const std::string_view source = trimBlanks(text.substr(0, first));
+    const std::string_view rest =
+        first == std::string_view::npos ? std::string_view() : text.substr(first + 1);
+    const size_t second = rest.find(',');
+    const std::string_view user = trimBlanks(rest.substr(0, second));
+    const std::string_view password =
+        second == std::string_view::npos ? std::string_view() : rest.substr(second + 1);
+    if (source.empty())
+    {
+        useEmbedded();
+        return result::kSuccess;
+    }
+    odbc::DataSourceSettings settings;
+    settings.dataSource = std::string(source);
+    settings.user = std::string(user);
+    settings.password = std::string(password);
+    settings.fileFolder = environment.dataFolder;
+    settings.scrollableCursors = environment.odbcScrollableCursors;
+    std::unique_ptr<DatabaseBackend> connected;
+    std::string message;
+    if (const uint32_t code = odbc::connectDataSource(settings, connected, message); code != result::kSuccess)
+    {
+        useEmbedded();
+        return failed(code, message);
+    }
+    dataSource = std::move(connected);
+    backend = dataSource.get();
     return result::kSuccess;
 }
 
@@ -344,7 +386,7 @@ uint32_t DatabaseSession::Impl::openDatabase(void* a3, void* a4, void* a5, void*
     std::string_view name;
     if (!a3 || !readText(a4, a5, name))
         return invalid("Opening a database needs a handle slot and a name.");
-    EmbeddedDatabase::OpenRequest request;
+    OpenRequest request;
     request.name = std::string(name);
     request.exclusive = a8 && *word(a8) == kExclusiveOpenMode;
     std::string_view uniqueID;
@@ -352,10 +394,9 @@ uint32_t DatabaseSession::Impl::openDatabase(void* a3, void* a4, void* a5, void*
         request.uniqueIDFieldName = std::string(trimBlanks(uniqueID));
     // Only the editor promises that opening a new name creates it; a visitor's URL never can.
     request.createIfMissing = compareFolded(currentTag, kEditorTag) == 0;
-    std::unique_ptr<EmbeddedDatabase> db;
+    std::unique_ptr<OpenDatabase> db;
     std::string message;
-    if (const uint32_t code = EmbeddedDatabase::open(catalogue, request, db, message);
-        code != result::kSuccess)
+    if (const uint32_t code = backend->openDatabase(request, db, message); code != result::kSuccess)
         return failed(code, message);
     while (open.count(nextHandle) || nextHandle == 0)
         ++nextHandle;
@@ -367,41 +408,36 @@ uint32_t DatabaseSession::Impl::openDatabase(void* a3, void* a4, void* a5, void*
 
 uint32_t DatabaseSession::Impl::fieldTypeInfo(uint32_t selector, void* a3, void* a4, void* a5, void* a8)
 {
-    // The embedded store offers its seven native types under their own names.
-    constexpr uint32_t kTypeCount = 7;
     if (selector == kKivDB_GetODBCFieldTypeCount)
     {
-        writeWord(a8, kTypeCount);
+        writeWord(a8, uint32_t(backend->typeCount()));
         return result::kSuccess;
     }
+    TypeDescription type;
     if (selector == kKivDB_GetODBCFieldTypeByName)
     {
         std::string_view name;
         if (!readText(a4, a5, name))
             return invalid("The call needs a type name.");
-        const auto type = fieldTypeByName(trimBlanks(name));
-        if (!type)
+        if (!backend->typeNamed(trimBlanks(name), type))
             return failed(result::kInvalidArgument,
                           "The database has no field type named " + std::string(name) + ".");
-        writeWord(a8, uint32_t(*type) << 16);
+        writeWord(a8, type.typeWord);
         return result::kSuccess;
     }
     if (!a3)
         return invalid("The call needs the address of a type code or index.");
-    uint32_t code = *word(a3);
-    if (selector == kKivDB_GetODBCFieldTypeByIndex)
-        code = code < kTypeCount ? code + 1 : 0;
-    else if (code > 0xFFFF)
-        code = (code >> 16) & 0x1FF; // sent as the type word's bits 16-24
-    if (code < 1 || code > kTypeCount)
+    const bool found = selector == kKivDB_GetODBCFieldTypeByIndex ? backend->typeAt(*word(a3), type)
+                                                                  : backend->typeOfWord(*word(a3), type);
+    if (!found)
         return failed(result::kInvalidArgument, "There is no field type " + std::to_string(*word(a3)) + ".");
-    const uint32_t answer = writeText(a4, a5, fieldTypeName(FieldType(code)));
+    const uint32_t answer = writeText(a4, a5, type.name);
     if (answer == result::kSuccess)
-        writeWord(a8, code << 16);
+        writeWord(a8, type.typeWord);
     return answer;
 }
 
-uint32_t DatabaseSession::Impl::getFieldValue(EmbeddedDatabase& db, void* a4, void* a5, void* a6, void* a7,
+uint32_t DatabaseSession::Impl::getFieldValue(OpenDatabase& db, void* a4, void* a5, void* a6, void* a7,
                                               void* a8)
 {
     std::string_view name;
@@ -445,8 +481,8 @@ uint32_t DatabaseSession::Impl::getFieldValue(EmbeddedDatabase& db, void* a4, vo
     }
 }
 
-uint32_t DatabaseSession::Impl::onDatabase(uint32_t selector, EmbeddedDatabase& db, void* a3, void* a4,
-                                           void* a5, void* a6, void* a7, void* a8)
+uint32_t DatabaseSession::Impl::onDatabase(uint32_t selector, OpenDatabase& db, void* a3, void* a4, void* a5,
+                                           void* a6, void* a7, void* a8)
 {
     std::string_view text;
     InputValue value;

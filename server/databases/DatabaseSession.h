@@ -23,6 +23,9 @@ struct SessionEnvironment
     // synchronous=FULL: commits also survive a power loss, at the price of an fsync each.
     // Without it a committed record still survives a crash or kill of the server.
     bool durableCommits = false;
+    // ODBC sources: move through search results with the driver's scrollable cursor where it
+    // has one. false always takes the fallback that keeps the results' unique IDs.
+    bool odbcScrollableCursors = true;
 };
 
 class DatabaseSession

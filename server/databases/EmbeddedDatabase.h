@@ -4,6 +4,7 @@
 // 'MDEI' hands out for the handle.
 #pragma once
 
+#include "DatabaseBackend.h"
 #include "DatabaseLock.h"
 #include "EmbeddedStore.h"
 #include "FieldTypes.h"
@@ -22,58 +23,54 @@ namespace kiv::db
 
 class CsvReader;
 
-class EmbeddedDatabase
+class EmbeddedDatabase : public OpenDatabase
 {
 public:
-    struct OpenRequest
-    {
-        std::string name;
-        bool exclusive = false;
-        std::string uniqueIDFieldName; // empty: KIVIDFIELD
-        bool createIfMissing = false;
-    };
+    using OpenRequest = kiv::db::OpenRequest;
 
     static uint32_t open(DatabaseCatalogue& catalogue, const OpenRequest& request,
                          std::unique_ptr<EmbeddedDatabase>& database, std::string& message);
-    ~EmbeddedDatabase();
+    ~EmbeddedDatabase() override;
     EmbeddedDatabase(const EmbeddedDatabase&) = delete;
     EmbeddedDatabase& operator=(const EmbeddedDatabase&) = delete;
 
-    const std::string& name() const { return myName; }
-    const std::string& message() const { return myMessage; }
-    void setMessage(std::string message) { myMessage = std::move(message); }
+    const std::string& name() const override { return myName; }
+    const std::string& message() const override { return myMessage; }
+    void setMessage(std::string message) override { myMessage = std::move(message); }
 
     // Fields. Lookups ignore case and accept the name in one pair of parentheses: "(City)".
-    size_t fieldCount() const { return fields().size(); }
-    const FieldDefinition* fieldAt(size_t index) const;
-    const FieldDefinition* findField(std::string_view name) const;
-    uint32_t addField(const std::string& name, uint32_t typeWord);
-    uint32_t deleteField(const std::string& name);
+    size_t fieldCount() const override { return fields().size(); }
+    const FieldDefinition* fieldAt(size_t index) const override;
+    const FieldDefinition* findField(std::string_view name) const override;
+    uint32_t addField(const std::string& name, uint32_t typeWord) override;
+    uint32_t deleteField(const std::string& name) override;
 
     // The record buffer: a new record, or the record under the cursor.
-    uint32_t createRecord();
-    uint32_t setValue(std::string_view fieldName, const InputValue& value);
-    uint32_t getValue(std::string_view fieldName, const FieldDefinition*& field, const FieldValue*& value);
-    uint32_t addRecord();
-    uint32_t updateRecord();
-    uint32_t deleteRecord(const InputValue& uniqueID);
-    uint32_t deleteAllRecords();
-    uint32_t recordCount(uint32_t& count);
+    uint32_t createRecord() override;
+    uint32_t setValue(std::string_view fieldName, const InputValue& value) override;
+    uint32_t getValue(std::string_view fieldName, const FieldDefinition*& field,
+                      const FieldValue*& value) override;
+    uint32_t addRecord() override;
+    uint32_t updateRecord() override;
+    uint32_t deleteRecord(const InputValue& uniqueID) override;
+    uint32_t deleteAllRecords() override;
+    uint32_t recordCount(uint32_t& count) override;
 
     // Searches and the cursor over their results. Without a search the results are every
     // record in the order they were added.
-    void clearSearch();
-    uint32_t executeSearch(std::string_view text);
-    uint32_t resultCount(uint32_t& count);
-    uint32_t moveFirst();
-    uint32_t moveLast();
-    uint32_t moveNext();
-    uint32_t movePrevious();
-    uint32_t jump(uint32_t offset);
-    uint32_t moveTo(const InputValue& uniqueID);
+    void clearSearch() override;
+    uint32_t executeSearch(std::string_view text) override;
+    uint32_t resultCount(uint32_t& count) override;
+    uint32_t moveFirst() override;
+    uint32_t moveLast() override;
+    uint32_t moveNext() override;
+    uint32_t movePrevious() override;
+    uint32_t jump(uint32_t offset) override;
+    uint32_t moveTo(const InputValue& uniqueID) override;
 
-    uint32_t exportRecords(const std::filesystem::path& file, std::string_view fieldList, uint32_t& count);
-    uint32_t importRecords(const std::filesystem::path& file, uint32_t& count);
+    uint32_t exportRecords(const std::filesystem::path& file, std::string_view fieldList,
+                           uint32_t& count) override;
+    uint32_t importRecords(const std::filesystem::path& file, uint32_t& count) override;
 
     EmbeddedDatabase(std::string name, std::filesystem::path file, DatabaseLock lock,
                      std::unique_ptr<StoreConnection> connection, std::string uniqueIDFieldName);

@@ -44,6 +44,12 @@ ServiceClient::ServiceClient(const std::filesystem::path& dataFolder, std::strin
     mySession.setCurrentTag(tag);
 }
 
+ServiceClient::ServiceClient(SessionEnvironment environment, std::string tag)
+    : mySession(std::move(environment))
+{
+    mySession.setCurrentTag(tag);
+}
+
 TextAnswer ServiceClient::readText(uint32_t selector, uint32_t* a3, const std::string* name, uint32_t* a8,
                                    uint32_t capacity)
 {

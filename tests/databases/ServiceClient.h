@@ -40,6 +40,7 @@ class ServiceClient
 public:
     explicit ServiceClient(const std::filesystem::path& dataFolder, std::string tag = "kivModifyDatabase",
                            std::chrono::milliseconds lockWait = std::chrono::milliseconds(0));
+    ServiceClient(SessionEnvironment environment, std::string tag);
 
     DatabaseSession& session() { return mySession; }
     uint32_t call(uint32_t selector, void* a3 = nullptr, void* a4 = nullptr, void* a5 = nullptr,
