@@ -5,9 +5,11 @@
 
 #include "KivAssert.h"
 
+#include <algorithm>
 #include <cstring>
 #include <functional>
 #include <new>
+#include <vector>
 
 namespace
 {
@@ -601,6 +603,55 @@ unsigned int KivString::ReplaceAll(const void* pattern_i, unsigned int patternLe
     unsigned int replacements = 0;
     unsigned int start = backward ? 0xFFFFFFFFu : 0;
     unsigned int foundOffset = 0;
+    if (!rescan)
+    {
+        // Without rescanning, every search after a replacement only sees bytes that no
+        // replacement has touched yet (the tail going forward, the head going backward), so all
+        // hits can be found in the unchanged string first and the result built in one pass.
+        // Replacing one hit at a time would move the tail and regrow the block for every hit,
+        // which is quadratic: doubling the quotes of a long posted value took minutes.
+        std::vector<unsigned int> hits;
+        while (Find(pattern_i, patternLength_i, start, 0xFFFFFFFFu, findFlags, foundOffset))
+        {
+            hits.push_back(foundOffset);
+            if (!backward)
+                start = foundOffset + patternLength_i;
+            else if (foundOffset == 0)
+                break;
+            else
+                start = foundOffset - 1;
+        }
+        if (hits.empty())
+            return 0;
+        if (backward)
+            std::reverse(hits.begin(), hits.end());
+        const unsigned int oldLength = GetLength();
+        const unsigned long long newLength = (unsigned long long)oldLength +
+                                             (unsigned long long)hits.size() * replacementLength -
+                                             (unsigned long long)hits.size() * patternLength_i;
+        KIV_ASSERT_STATE(newLength < 0xFFFFFFE0u);
+        if (newLength == 0)
+        {
+            Empty();
+            return (unsigned int)hits.size();
+        }
+        KivString result;
+        char* out = result.ReserveLength((unsigned int)newLength);
+        const char* in = GetCStringAccess();
+        unsigned int copied = 0;
+        for (unsigned int hit : hits)
+        {
+            std::memcpy(out, in + copied, hit - copied);
+            out += hit - copied;
+            if (replacementLength != 0)
+                std::memcpy(out, replacement.GetCStringAccess(), replacementLength);
+            out += replacementLength;
+            copied = hit + patternLength_i;
+        }
+        std::memcpy(out, in + copied, oldLength - copied);
+        Assign(result);
+        return (unsigned int)hits.size();
+    }
     while (Find(pattern_i, patternLength_i, start, 0xFFFFFFFFu, findFlags, foundOffset))
     {
         ReplaceSubstring(foundOffset, patternLength_i, replacement);

@@ -256,6 +256,82 @@ TEST(KivString, ReplaceAllDirectionsCaseAndRescan)
     EXPECT_EQ(both.ReplaceAll(KivString(), KivString("z"), 0), 0u);
 }
 
+namespace
+{
+// Replacing one hit at a time, each search resuming just past the inserted text (going forward)
+// or just before the replaced hit (going backward): the reference for ReplaceAll.
+unsigned int ReplaceOneByOne(KivString& string_io, const std::string& pattern_i,
+                             const KivString& replacement_i, unsigned int flags_i)
+{
+    const bool backward = (flags_i & kKivString_Backward) != 0;
+    unsigned int start = backward ? 0xFFFFFFFFu : 0;
+    unsigned int found = 0;
+    unsigned int count = 0;
+    while (
+        string_io.Find(pattern_i.data(), (unsigned int)pattern_i.size(), start, 0xFFFFFFFFu, flags_i, found))
+    {
+        string_io.ReplaceSubstring(found, (unsigned int)pattern_i.size(), replacement_i);
+        ++count;
+        if (!backward)
+            start = found + replacement_i.GetLength();
+        else if (found == 0)
+            break;
+        else
+            start = found - 1;
+    }
+    return count;
+}
+} // namespace
+
+TEST(KivString, ReplaceAllMatchesReplacingOneHitAtATime)
+{
+    std::mt19937 generator(20240611);
+    const char alphabet[] = {'a', 'A', 'b', '\x8A', '\x80', 'x'};
+    for (int round = 0; round < 3000; ++round)
+    {
+        std::string text(generator() % 60, 'a');
+        for (char& byte : text)
+            byte = alphabet[generator() % sizeof(alphabet)];
+        std::string pattern(1 + generator() % 3, 'a');
+        for (char& byte : pattern)
+            byte = alphabet[generator() % sizeof(alphabet)];
+        std::string replacement(generator() % 4, 'a');
+        for (char& byte : replacement)
+            byte = alphabet[generator() % sizeof(alphabet)];
+        const unsigned int flags = generator() % 4; // case and direction, never rescanning
+
+        KivString expected = FromStd(text);
+        const unsigned int expectedCount = ReplaceOneByOne(expected, pattern, FromStd(replacement), flags);
+        KivString actual = FromStd(text);
+        KivString shared(actual);
+        ASSERT_EQ(
+            actual.ReplaceAll(pattern.data(), (unsigned int)pattern.size(), FromStd(replacement), flags),
+            expectedCount)
+            << text << " / " << pattern << " / " << replacement << " / " << flags;
+        ASSERT_EQ(Text(actual), Text(expected)) << text << " / " << pattern << " / " << replacement;
+        ASSERT_EQ(Text(shared), text); // a copy taken before never sees the change
+        ASSERT_EQ(actual.GetCStringAccess()[actual.GetLength()], '\0');
+    }
+}
+
+TEST(KivString, ReplaceAllOnALongValueWithAHitAtEveryByte)
+{
+    // Doubling the quotes of a posted value of a few hundred kilobytes used to move the tail
+    // and regrow the block once per quote; it must come back in one piece.
+    KivString quotes('\'', 300000);
+    EXPECT_EQ(quotes.ReplaceAll('\'', KivString("''"), 0), 300000u);
+    EXPECT_EQ(quotes.GetLength(), 600000u);
+    EXPECT_EQ(Text(quotes), std::string(600000, '\''));
+
+    KivString spaces(' ', 300000);
+    spaces.Append('x');
+    EXPECT_EQ(spaces.ReplaceAll(' ', KivString(), kKivString_Backward), 300000u);
+    EXPECT_EQ(Text(spaces), "x");
+    KivString onlySpaces(' ', 1000);
+    EXPECT_EQ(onlySpaces.ReplaceAll(' ', KivString(), 0), 1000u);
+    EXPECT_TRUE(onlySpaces.IsEmpty());
+}
+
 // ---------------------------------------------------------------------------------------------
 // Find, compared with a plain search over random text
 
