@@ -5,6 +5,7 @@
 
 #include <cstdio>
 #include <cstdlib>
+#include <cstring>
 #include <vector>
 
 const char KivStringUtility::kRadixDigit[] = "0123456789ABCDEFGHIJKLMNOPQRSTUVWXYZ";
@@ -201,8 +202,16 @@ double KivStringUtility::GetNumericalRepresentation(const KivString& text_i)
 bool KivStringUtility::URLEncode(KivString& text_io, const bool& encodePathCharacters_i)
 {
     unsigned int length = text_io.GetLength();
+    // Sized exactly before the first byte goes in: a string grows 32 bytes at a time, so letting
+    // a long value grow byte by byte would copy it over and over.
+    unsigned int encodedLength = length;
+    for (unsigned int i = 0; i < length; ++i)
+        if (IsURLReservedCharacter((unsigned char)text_io[i], encodePathCharacters_i))
+            encodedLength += 2;
+    if (encodedLength == length)
+        return false;
     KivString encoded;
-    encoded.Reserve(length);
+    encoded.Reserve(encodedLength);
     bool replaced = false;
     for (unsigned int i = 0; i < length; ++i)
     {
@@ -264,11 +273,41 @@ KivString KivStringUtility::GetURLDecodedString(const KivString& text_i)
     return text;
 }
 
+namespace
+{
+// The length of a byte's encoded form in GetHTMLEncodedString.
+unsigned int HTMLEncodedLength(unsigned char character_i)
+{
+    switch (character_i)
+    {
+    case '&':
+        return 5;
+    case '<':
+    case '>':
+        return 4;
+    case '"':
+        return 6;
+    default:
+        break;
+    }
+    if (character_i < 128)
+        return 1;
+    if (const KivStringUtility::KivEntity* entity = FindEntityForCharacter(character_i))
+        return (unsigned int)std::strlen(entity->myEntityText);
+    return 12; // "&#" and the ten digits of the widened byte
+}
+} // namespace
+
 KivString KivStringUtility::GetHTMLEncodedString(const KivString& text_i)
 {
     unsigned int length = text_i.GetLength();
+    // Sized exactly first, so that a long value is not copied again at every 32-byte growth.
+    unsigned long long encodedLength = 0;
+    for (unsigned int i = 0; i < length; ++i)
+        encodedLength += HTMLEncodedLength((unsigned char)text_i[i]);
+    KIV_ASSERT_STATE(encodedLength < 0xFFFFFFE0u);
     KivString encoded;
-    encoded.Reserve(length);
+    encoded.Reserve((unsigned int)encodedLength);
     for (unsigned int i = 0; i < length; ++i)
     {
         char character = text_i[i];
