@@ -5,6 +5,11 @@
 #include "KivAssert.h"
 #include "KivString.h"
 
+#include <memory>
+#include <unordered_map>
+#include <utility>
+#include <vector>
+
 namespace
 {
 // States of the tokenizer; each names what has been read of the current token so far.
@@ -44,6 +49,16 @@ bool IsByte(unsigned char byte_i, char upper_i)
     return byte_i == (unsigned char)upper_i || byte_i == (unsigned char)(upper_i - 'A' + 'a');
 }
 
+// What a start tag closed by the end tag `endText_i` begins with: "</name attr>" looks for
+// "<name attr", the attributes of the end tag staying in.
+KivString GetStartTagPrefix(const KivString& endText_i)
+{
+    unsigned int endLength = endText_i.GetLength();
+    KivString prefix('<');
+    prefix.Append(endText_i.GetSubstring(2, endLength > 3 ? endLength - 3 : 0));
+    return prefix;
+}
+
 // Bytes of the current token not yet stored in its text. Storing them in runs instead of one
 // at a time, with the capacity doubled whenever it runs out, keeps a long page linear.
 class PendingBytes
@@ -75,9 +90,132 @@ private:
 };
 } // namespace
 
+// The start tags still open to an end tag closed at the end of the list, so that pairing costs
+// about the same per end tag however long the page is. Walking back from the end of the list,
+// FindAssociatedStartTag passes over text, end tags and paired start tags and jumps over every
+// completed product pair; the only entries it can stop at are the unpaired start tags outside
+// those pairs. They are kept here in list order, and each is filed under every prefix an end tag
+// could ask for: its bytes, folded as the case-insensitive comparison folds them, up to each
+// white-space byte or ">". The nearest entry filed under the wanted prefix is then the one the
+// walk would find. A page of thousands of unmatched end tags made that walk quadratic.
+class KivTagTokenizer::PairingIndex
+{
+public:
+    // Seeds the index from a list that an earlier Process call left, walking it as
+    // FindAssociatedStartTag would from its end.
+    explicit PairingIndex(const KivTagTokenizer& tokenizer_i)
+    {
+        std::vector<TokenListEntry*> visible;
+        TokenListEntry* entry = tokenizer_i.myLastTokenInList;
+        while (entry != nullptr)
+        {
+            KivUInt32 flags = entry->myToken.myFlags;
+            if (flags == kKivToken_ProductEndTag && entry->myAssociatedEntry != nullptr)
+            {
+                entry = entry->myAssociatedEntry->myPreviousEntry;
+                continue;
+            }
+            if (IsCandidate(entry))
+                visible.push_back(entry);
+            entry = entry->myPreviousEntry;
+        }
+        for (auto candidate = visible.rbegin(); candidate != visible.rend(); ++candidate)
+            Add(*candidate);
+    }
+
+    // Files a finished entry, which must be the last one the index has seen.
+    void Add(TokenListEntry* entry_i)
+    {
+        if (!IsCandidate(entry_i))
+            return;
+        const size_t slot = myOpenStartTags.size();
+        myOpenStartTags.push_back(entry_i);
+        const KivString& text = entry_i->myToken.myText;
+        const unsigned char* bytes = reinterpret_cast<const unsigned char*>(text.GetCStringAccess());
+        KivUInt64 hash = Start(entry_i->myToken.myFlags);
+        for (unsigned int i = 0; i < text.GetLength(); ++i)
+        {
+            if (i >= 1 && (IsWhiteSpace(bytes[i]) || bytes[i] == '>'))
+                myPrefixes[hash].emplace_back(slot, entry_i);
+            hash = Step(hash, bytes[i]);
+        }
+    }
+
+    // The nearest open start tag with `wantedFlags_i` whose text continues `prefix_i` with white
+    // space or ">", or null.
+    TokenListEntry* Find(KivUInt32 wantedFlags_i, const KivString& prefix_i)
+    {
+        const unsigned char* bytes = reinterpret_cast<const unsigned char*>(prefix_i.GetCStringAccess());
+        KivUInt64 hash = Start(wantedFlags_i);
+        for (unsigned int i = 0; i < prefix_i.GetLength(); ++i)
+            hash = Step(hash, bytes[i]);
+        auto found = myPrefixes.find(hash);
+        if (found == myPrefixes.end())
+            return nullptr;
+        std::vector<std::pair<size_t, TokenListEntry*>>& filed = found->second;
+        // Entries that were paired or hidden since they were filed never come back: drop them
+        // from the top so that each is looked at once.
+        while (!filed.empty() && !IsOpen(filed.back(), wantedFlags_i))
+            filed.pop_back();
+        for (size_t i = filed.size(); i-- > 0;)
+        {
+            if (!IsOpen(filed[i], wantedFlags_i))
+                continue;
+            TokenListEntry* entry = filed[i].second;
+            const KivString& text = entry->myToken.myText;
+            // Checked in full, as the walk checks it: two prefixes may share a hash.
+            if (text.GetLength() > prefix_i.GetLength() &&
+                text.BeginsWith(prefix_i, kKivString_CaseInsensitive))
+            {
+                unsigned char next = (unsigned char)text[prefix_i.GetLength()];
+                if (IsWhiteSpace(next) || next == '>')
+                    return entry;
+            }
+        }
+        return nullptr;
+    }
+
+    // Records that `startTag_i`, found by Find, was paired. Pairing a product start tag hides it
+    // and every start tag after it: the walk jumps over the completed pair.
+    void Paired(TokenListEntry* startTag_i, bool productPair_i)
+    {
+        if (!productPair_i)
+            return;
+        for (size_t slot = myOpenStartTags.size(); slot-- > 0;)
+            if (myOpenStartTags[slot] == startTag_i)
+            {
+                myOpenStartTags.resize(slot);
+                return;
+            }
+    }
+
+private:
+    static bool IsCandidate(const TokenListEntry* entry_i)
+    {
+        return entry_i->myToken.myFlags == kKivToken_Tag || entry_i->myToken.myFlags == kKivToken_ProductTag;
+    }
+
+    bool IsOpen(const std::pair<size_t, TokenListEntry*>& filed_i, KivUInt32 wantedFlags_i) const
+    {
+        return filed_i.first < myOpenStartTags.size() && myOpenStartTags[filed_i.first] == filed_i.second &&
+               filed_i.second->myToken.myFlags == wantedFlags_i;
+    }
+
+    // FNV-1a over the bytes folded as BeginsWith folds them without regard to case (ASCII only).
+    static KivUInt64 Start(KivUInt32 flags_i) { return 0xCBF29CE484222325ULL ^ flags_i; }
+    static KivUInt64 Step(KivUInt64 hash_i, unsigned char byte_i)
+    {
+        unsigned char folded = byte_i >= 'a' && byte_i <= 'z' ? (unsigned char)(byte_i - 'a' + 'A') : byte_i;
+        return (hash_i ^ folded) * 0x100000001B3ULL;
+    }
+
+    std::vector<TokenListEntry*> myOpenStartTags; // in list order
+    std::unordered_map<KivUInt64, std::vector<std::pair<size_t, TokenListEntry*>>> myPrefixes;
+};
+
 KivTagTokenizer::KivTagTokenizer(const bool& pairAllTags_i)
     : myFirstTokenInList(nullptr), myLastTokenInList(nullptr), myProductTagFound(false),
-      myPairAllTags(pairAllTags_i)
+      myPairAllTags(pairAllTags_i), myPairingIndex(nullptr)
 {
 }
 
@@ -94,6 +232,16 @@ KivTagTokenizer::~KivTagTokenizer()
 
 void KivTagTokenizer::Process(const KivDataStream& stream_i)
 {
+    std::unique_ptr<PairingIndex> pairingIndex(new PairingIndex(*this));
+    // The index lives for this call only, also when an allocation fails part-way.
+    struct IndexScope
+    {
+        PairingIndex*& myIndex;
+        PairingIndex* myOuterIndex;
+        ~IndexScope() { myIndex = myOuterIndex; }
+    } indexScope{myPairingIndex, myPairingIndex};
+    myPairingIndex = pairingIndex.get();
+
     int state = kState_NewToken;
     unsigned char byte = 0;
     PendingBytes pending;
@@ -103,7 +251,11 @@ void KivTagTokenizer::Process(const KivDataStream& stream_i)
         {
             bool isTag = byte == '<';
             if (myLastTokenInList != nullptr)
+            {
                 pending.Flush(myLastTokenInList->myToken.myText);
+                // A token is finished once the next one starts; only then is it filed.
+                myPairingIndex->Add(myLastTokenInList);
+            }
             AppendNewEntry((char)byte, isTag ? kKivToken_Tag : kKivToken_Text);
             state = isTag ? kState_AfterOpen : kState_Text;
             continue;
@@ -219,12 +371,19 @@ void KivTagTokenizer::PairEndTag(TokenListEntry* endTag_i)
     if (flags == kKivToken_EndTag && !myPairAllTags)
         return;
 
-    TokenListEntry* startTag = FindAssociatedStartTag(endTag_i);
+    TokenListEntry* startTag = nullptr;
+    if (myPairingIndex != nullptr && endTag_i == myLastTokenInList)
+        startTag = myPairingIndex->Find(flags == kKivToken_EndTag ? kKivToken_Tag : kKivToken_ProductTag,
+                                        GetStartTagPrefix(endTag_i->myToken.myText));
+    else
+        startTag = FindAssociatedStartTag(endTag_i);
     if (startTag != nullptr)
     {
         endTag_i->myAssociatedEntry = startTag;
         startTag->myToken.myFlags |= kKivToken_Paired;
         startTag->myAssociatedEntry = endTag_i;
+        if (myPairingIndex != nullptr)
+            myPairingIndex->Paired(startTag, flags == kKivToken_ProductEndTag);
     }
 }
 
@@ -244,11 +403,7 @@ KivTagTokenizer::TokenListEntry* KivTagTokenizer::FindAssociatedStartTag(const T
         KIV_UNEXPECTED_STATE();
     }
 
-    // "</name attr>" looks for "<name attr": the attributes of the end tag stay in the prefix.
-    const KivString& endText = endTag_i->myToken.myText;
-    unsigned int endLength = endText.GetLength();
-    KivString prefix('<');
-    prefix.Append(endText.GetSubstring(2, endLength > 3 ? endLength - 3 : 0));
+    const KivString prefix = GetStartTagPrefix(endTag_i->myToken.myText);
     unsigned int prefixLength = prefix.GetLength();
 
     TokenListEntry* entry = endTag_i->myPreviousEntry;

@@ -88,6 +88,9 @@ protected:
     bool myPairAllTags;
 
 private:
+    class PairingIndex;
+    friend class PairingIndex;
+
     // Creates a zeroed entry holding `byte_i` at the end of the list.
     TokenListEntry* AppendNewEntry(char byte_i, KivUInt32 flags_i);
     // Pairs `endTag_i` with its start tag when the pairing option allows it.
@@ -96,6 +99,12 @@ private:
     void DeleteEntry(TokenListEntry* entry_i);
     static void UnpairEntry(TokenListEntry* entry_i);
     static void AppendToToken(Token* token_io, const KivString& text_i);
+
+    // Set only while Process runs: the start tags that an end tag closed at the end of the list
+    // could still pair with, by name, so that pairing does not walk the whole list back for
+    // every end tag. A subclass's LastTokenInListIsComplete may read the list but must not
+    // relink or delete entries while Process runs.
+    PairingIndex* myPairingIndex;
 };
 
 #endif

@@ -313,6 +313,87 @@ TEST(KivTagTokenizerPairing, FindAssociatedStartTagOnAnyEndTag)
 
 // --- List operations ----------------------------------------------------------------------
 
+namespace
+{
+// Checks every pairing Process makes against the plain backward walk over the list as it stood
+// when the end tag closed.
+class WalkCheckingTokenizer : public KivTagTokenizer
+{
+public:
+    explicit WalkCheckingTokenizer(bool pairAllTags_i) : KivTagTokenizer(pairAllTags_i) {}
+
+    void LastTokenInListIsComplete() override
+    {
+        Entry* endTag = GetLastTokenInList();
+        KivUInt32 flags = endTag->myToken.myFlags;
+        bool pairs = flags == kKivToken_ProductEndTag || (flags == kKivToken_EndTag && PairsAllTags());
+        Entry* expected = pairs ? FindAssociatedStartTag(endTag) : nullptr;
+        KivTagTokenizer::LastTokenInListIsComplete();
+        ++myChecked;
+        if (endTag->myAssociatedEntry != expected)
+            ++myMismatches;
+    }
+
+    unsigned int myChecked = 0;
+    unsigned int myMismatches = 0;
+};
+} // namespace
+
+TEST(KivTagTokenizerPairing, PairingAgreesWithTheBackwardWalkOnRandomPages)
+{
+    const char* const pieces[] = {
+        "<kivA>", "</kivA>", "<KIVa x>",       "</kiva x>",       "<kivB>", "</kivB>", "<b>",
+        "</b>",   "<B y>",   "</b y>",         "<k>x>",           "</k>x>", "<b\ty>",  "</b\ty>",
+        "t",      " ",       "<kivA a=\">\">", "</kivA a=\">\">", "<",      "</kiv>"};
+    std::mt19937 generator(7);
+    for (int round = 0; round < 400; ++round)
+    {
+        std::string page;
+        unsigned int count = generator() % 80;
+        for (unsigned int i = 0; i < count; ++i)
+            page += pieces[generator() % (sizeof(pieces) / sizeof(pieces[0]))];
+        for (bool pairAll : {false, true})
+        {
+            // In one piece, and in two, so that a second Process call starts from a list.
+            WalkCheckingTokenizer whole(pairAll);
+            KivBufferStream stream(page.data(), (unsigned int)page.size());
+            whole.Process(stream);
+            EXPECT_EQ(whole.myMismatches, 0u) << page;
+
+            WalkCheckingTokenizer split(pairAll);
+            size_t cut = page.empty() ? 0 : generator() % page.size();
+            KivBufferStream first(page.data(), (unsigned int)cut);
+            KivBufferStream second(page.data() + cut, (unsigned int)(page.size() - cut));
+            split.Process(first);
+            split.Process(second);
+            EXPECT_EQ(split.myMismatches, 0u) << page << " cut at " << cut;
+            EXPECT_EQ(Rebuild(split), page);
+        }
+    }
+}
+
+TEST(KivTagTokenizerPairing, ManyUnmatchedTagsStillPairTheRest)
+{
+    // Tens of thousands of start and end tags that never match: each end tag used to walk back
+    // over the whole list. The pairs around them must still be found.
+    std::string page = "<kivOuter><b>";
+    for (int i = 0; i < 20000; ++i)
+        page += "<kivA><i>";
+    for (int i = 0; i < 20000; ++i)
+        page += "</kivB></u>";
+    page += "</b></kivOuter>";
+    std::unique_ptr<KivTagTokenizer> tokenizer = Tokenize(page, true);
+    Entry* outer = tokenizer->GetFirstTokenInList();
+    Entry* bold = outer->myNextEntry;
+    Entry* last = tokenizer->GetLastTokenInList();
+    EXPECT_EQ(outer->myAssociatedEntry, last);
+    EXPECT_EQ(outer->myToken.myFlags, kKivToken_ProductTag | kKivToken_Paired);
+    EXPECT_EQ(bold->myAssociatedEntry, last->myPreviousEntry);
+    EXPECT_EQ(bold->myToken.myFlags, kKivToken_Tag | kKivToken_Paired);
+    EXPECT_EQ(outer->myNextEntry->myNextEntry->myAssociatedEntry, nullptr);
+    EXPECT_EQ(Rebuild(*tokenizer), page);
+}
+
 TEST(KivTagTokenizerList, ConcatLengthRunsFromFirstToLast)
 {
     auto tokenizer = Tokenize("ab<c>de</c>", false);
