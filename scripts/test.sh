@@ -5,6 +5,8 @@ set -euo pipefail
 cd "$(dirname "$0")/.."
 root=$PWD
 
+# The browser tests need Chromium, its driver, Node.js and npm.
+export KIV_SETUP_BROWSER=${KIV_SETUP_BROWSER:-1}
 bash scripts/setup.sh
 
 jobs=$(nproc)
@@ -20,6 +22,11 @@ echo "== normal build =="
 run_suite build/release -DCMAKE_BUILD_TYPE=RelWithDebInfo
 echo "== sanitizer build =="
 run_suite build/asan -DCMAKE_BUILD_TYPE=Debug -DKIV_SANITIZE=ON
+
+if [[ "${KIV_TSAN:-1}" == 1 && -f tests/faults/tsan.sh ]]; then
+    echo "== thread sanitizer build under concurrent requests =="
+    bash tests/faults/tsan.sh "$root/build/tsan"
+fi
 
 if [[ -x scripts/fuzz.sh ]] || [[ -f scripts/fuzz.sh ]]; then
     echo "== short fuzz runs =="
