@@ -281,32 +281,32 @@ unsigned int EditDB_FieldListForm(_KIVAPI_ModuleProcessingInfo* processingInfo_i
     else
         EditDB_AppendAddFieldForm(processingInfo_i, output_io, databaseName, usesODBC_i, language);
 
+    // A database without fields has nothing to list: the add-field form stands alone.
+    if (fieldCount == 0)
+        return 0;
     EditDB_AppendFormStart(processingInfo_i, output_io);
-    if (fieldCount > 0)
+    output_io += hasRecords ? "\r\n<p>Current fields:" : "\r\n<p>Or, select a field to delete:";
+    for (unsigned int index = 0; index < fieldCount; ++index)
     {
-        output_io += hasRecords ? "\r\n<p>Current fields:" : "\r\n<p>Or, select a field to delete:";
-        for (unsigned int index = 0; index < fieldCount; ++index)
+        KivString fieldName;
+        unsigned int descriptor = 0;
+        if (KivGlueDBGetFieldInfo(processingInfo_i, database_i, index, fieldName, descriptor) != 0)
+            continue;
+        output_io += "\r\n<br>";
+        // With records present fields cannot be deleted, so they are not offered.
+        if (!hasRecords)
         {
-            KivString fieldName;
-            unsigned int descriptor = 0;
-            if (KivGlueDBGetFieldInfo(processingInfo_i, database_i, index, fieldName, descriptor) != 0)
-                continue;
-            output_io += "\r\n<br>";
-            // With records present fields cannot be deleted, so they are not offered.
-            if (!hasRecords)
-            {
-                EditDB_AppendRadio(output_io, kEditDBPostArgument_FieldName, fieldName, false);
-                output_io += " ";
-            }
-            output_io += EditDB_HTML(fieldName);
-            output_io += " (<em>";
-            output_io += EditDB_HTML(EditDB_GetFieldDescription(processingInfo_i, descriptor));
-            output_io += " </em>)";
+            EditDB_AppendRadio(output_io, kEditDBPostArgument_FieldName, fieldName, false);
+            output_io += " ";
         }
+        output_io += EditDB_HTML(fieldName);
+        output_io += " (<em>";
+        output_io += EditDB_HTML(EditDB_GetFieldDescription(processingInfo_i, descriptor));
+        output_io += " </em>)";
     }
     EditDB_AppendHidden(output_io, kEditDBPostArgument_DatabaseName, databaseName);
     EditDB_AppendButtonRowStart(output_io);
-    if (fieldCount > 0 && !hasRecords)
+    if (!hasRecords)
         EditDB_AppendActionButton(output_io, kEditDB_ID_Action_VerifyDeleteField, language,
                                   kEditDBColor_Delete);
     EditDB_AppendActionButton(output_io, kEditDB_ID_Action_ManageRecords, language, kEditDBColor_Navigation);

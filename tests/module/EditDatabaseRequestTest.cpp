@@ -194,6 +194,18 @@ TEST_F(EditDatabaseNamedPage, FieldManagerWithRecordsShowsTheNoticeAndNoDeletion
     EXPECT_TRUE(session.Shows("Name (<em>text 64 </em>)"));
 }
 
+TEST_F(EditDatabaseNamedPage, FieldManagerWithoutFieldsShowsOnlyTheAddForm)
+{
+    People().fields.clear();
+    session.Post({{"kivEditDatabase_Action", "Fields"}});
+    ASSERT_EQ(session.result, 0u) << session.host.errorHeadline;
+    EXPECT_TRUE(session.Shows("0 Fields Available"));
+    ASSERT_EQ(session.forms.size(), 1u) << session.page;
+    EXPECT_TRUE(session.forms[0].HasButton("Add Field"));
+    EXPECT_FALSE(session.Shows("Or, select a field to delete:"));
+    EXPECT_FALSE(session.Shows("Current fields:"));
+}
+
 TEST_F(EditDatabaseNamedPage, FieldErrorsNameTheirCause)
 {
     session.Post({{"kivEditDatabase_Action", "Add Field"}});
