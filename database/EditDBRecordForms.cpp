@@ -536,9 +536,11 @@ unsigned int EditDB_RecordSearchForm(_KIVAPI_ModuleProcessingInfo* processingInf
             EditDB_AppendTextInput(output_io, kEditDBPostArgument_SearchString, KivString(), 50, 0);
         else
             output_io += "&nbsp;";
-        output_io += "</td></tr>\r\n</table>\r\n<p>Results per page: ";
-        EditDB_AppendTextInput(output_io, kEditDBPostArgument_ResultsPerPage, "25", 7, 0);
+        output_io += "</td></tr>\r\n</table>";
     }
+    // Even without criteria the search lists every record, a page at a time.
+    output_io += "\r\n<p>Results per page: ";
+    EditDB_AppendTextInput(output_io, kEditDBPostArgument_ResultsPerPage, "25", 7, 0);
     if (KivGlueDBGetRecordCount(processingInfo_i, database_i) == 0)
     {
         output_io += "\r\n<p><em>There are no records in the ";

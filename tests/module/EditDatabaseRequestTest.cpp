@@ -206,6 +206,18 @@ TEST_F(EditDatabaseNamedPage, FieldManagerWithoutFieldsShowsOnlyTheAddForm)
     EXPECT_FALSE(session.Shows("Current fields:"));
 }
 
+TEST_F(EditDatabaseNamedPage, SearchFormWithoutFieldsStillAsksForResultsPerPage)
+{
+    People().fields.clear();
+    session.Post({{"kivEditDatabase_Action", "Search"}});
+    ASSERT_EQ(session.result, 0u) << session.host.errorHeadline;
+    EXPECT_TRUE(session.Shows("<em>There are no fields in the &quot;people&quot; database.</em>"));
+    EXPECT_FALSE(session.Shows("Enter the criteria to search for:"));
+    const kivtest::FormInput* perPage = session.forms[0].Find("kivEditDatabase_ResultsPerPage", "text");
+    ASSERT_NE(perPage, nullptr) << session.page;
+    EXPECT_EQ(perPage->value, "25");
+}
+
 TEST_F(EditDatabaseNamedPage, FieldErrorsNameTheirCause)
 {
     session.Post({{"kivEditDatabase_Action", "Add Field"}});
