@@ -1,5 +1,5 @@
 // Where a file is, as a path: the name given by a caller, reduced to the form the operating
-// system expects. A specification names a place; it does not need anything to exist there.
+// system expects. A KivFileSpecification names a place; it does not need anything to exist there.
 #ifndef KIV_FILE_SPECIFICATION_H
 #define KIV_FILE_SPECIFICATION_H
 
@@ -15,7 +15,7 @@ public:
     KivFileSpecification& operator=(const KivFileSpecification& source_i);
     ~KivFileSpecification() override;
 
-    // Points the specification at another path.
+    // Points this path object at another path.
     void SetPathname(const KivString& pathname_i);
 
     // The path as the operating system takes it: trailing separators removed (except for the

@@ -23,7 +23,7 @@ public:
 
     // Whether the folder holds an item of that name (a single path component).
     bool Contains(const KivString& name_i) const;
-    // The specification of the named item; throws ItemNotFound when there is none.
+    // The KivFileSpecification of the named item; throws ItemNotFound when there is none.
     KivFileSpecification GetItemSpecification(const KivString& name_i) const;
 
 private:

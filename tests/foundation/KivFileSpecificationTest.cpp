@@ -1,4 +1,4 @@
-// File specifications, file-system items and folders: paths as the operating system takes
+// KivFileSpecification, KivFileSystemItem and KivFolderSpecification: paths as the operating system takes
 // them, what exists where, and the exceptions for an item of the wrong kind.
 #include "KivFileSpecification.h"
 #include "KivFileSystemItem.h"
