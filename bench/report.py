@@ -194,9 +194,9 @@ def main():
     add = lines.append
     add("# Benchmarks")
     add("")
-    add("Written by `scripts/bench.sh` (edit `bench/profile-notes.md` for the profile section, not this")
-    add("file). Micro-benchmarks of the hot classes are in `bench/` (Google Benchmark; configure with")
-    add("`-DKIV_BENCH=ON`).")
+    add("Reproduce with `scripts/bench.sh` (about 20 minutes on 2 cores; `scripts/bench.sh --quick` for a")
+    add("trial). The script writes this file; the profile section comes from `bench/profile-notes.md`.")
+    add("The micro-benchmarks are the Google Benchmark programs in `bench/` (`-DKIV_BENCH=ON`).")
     add("")
     add(f"Run {datetime.date.today().isoformat()} on {machine()}; {args.settings}. wrk runs on the same")
     add("two cores as the servers, and other builds and tests were running on the machine during the")
@@ -294,9 +294,11 @@ def main():
         kiv = get(setup, "kiv-page25", "rps")
         php = get(setup, "php-page25", "rps")
         met = kiv is not None and php is not None and kiv >= 2 * php
+        # Within 10% of the goal the run-to-run noise of this machine decides; say so.
+        close = kiv is not None and php is not None and php > 0 and abs(kiv / php - 2) < 0.2
         p99_met = (get(setup, "kiv-page25", "p99") or 1e9) < (get(setup, "php-page25", "p99") or 0)
-        targets.append(f"| 25-row page at least 2x php-fpm ({title}) | {ratio(kiv, php)} | "
-                       f"{'met' if met else 'missed'} |")
+        verdict = ("met" if met else "missed") + (" (within the noise)" if close else "")
+        targets.append(f"| 25-row page at least 2x php-fpm ({title}) | {ratio(kiv, php)} | {verdict} |")
         targets.append(f"| 25-row page p99 below php-fpm's ({title}) | {fmt(get(setup, 'kiv-page25', 'p99'), 2)} "
                        f"ms against {fmt(get(setup, 'php-page25', 'p99'), 2)} ms | {'met' if p99_met else 'missed'} |")
         pages, micros = (floor.get((setup, "sqlite-rows10000")) or [None, None])[:2]
