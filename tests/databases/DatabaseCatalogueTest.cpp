@@ -241,7 +241,7 @@ TEST_F(DatabaseCatalogueTest, CallsWithoutTheirArgumentsAreRefusedNotCrashed)
     EXPECT_EQ(client.call(kKivDB_MoveFirstRecord, &h), result::kInvalidHandle); // terminate closed it
 }
 
-TEST_F(DatabaseCatalogueTest, InitializeRefusesOdbcSourcesOnly)
+TEST_F(DatabaseCatalogueTest, InitializeChoosesTheEmbeddedStoreOrRefusesAnUnknownDataSource)
 {
     char embedded[] = ",,";
     uint32_t size = sizeof embedded;
