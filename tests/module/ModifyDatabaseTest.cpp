@@ -281,12 +281,19 @@ TEST_F(ModifyDatabaseTest, AddFieldBuildsTheFieldWord)
         uint32_t word;
     };
     const Case cases[] = {
-        {"Text", "50", nullptr, 0x00060032},    {"text", "-12", "", 0x0006000C},
-        {"TEXT", "70000", "xq", 0x06061170},    {"Boolean", "", "X", 0x02010000},
-        {"Integer", "0", "q", 0x04020000},      {"UInteger", "abc", "Z", 0x00030000},
-        {"Float", "8", nullptr, 0x00040008},    {"Number", "1,0", nullptr, 0x0005000A},
-        {"LongText", "0", nullptr, 0x00070000}, {"Whatever", "5", nullptr, 0x00000005},
+        {"Text", "50", nullptr, 0x00060032},
+        {"text", "-12", "", 0x0006000C},
+        {"TEXT", "70000", "xq", 0x06061170},
+        {"Boolean", "", "X", 0x02010000},
+        {"Integer", "0", "q", 0x04020000},
+        {"UInteger", "abc", "Z", 0x00030000},
+        {"Float", "8", nullptr, 0x00040008},
+        {"Number", "1,0", nullptr, 0x0005000A},
+        {"LongText", "0", nullptr, 0x00070000},
+        {"Whatever", "5", nullptr, 0x00000005},
         {"sqlvarchar", "20", "Q", 0x054C0014},
+        // The most negative length has a magnitude too; its low 16 bits are 0.
+        {"Text", "-2147483648", nullptr, 0x00060000},
     };
     host.db.odbcFieldTypes = {{"sqlvarchar", 0x014C0000}};
     for (const Case& testCase : cases)

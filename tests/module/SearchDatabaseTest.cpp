@@ -149,6 +149,16 @@ TEST_F(SearchDatabaseTest, PageAndRecordsPerPageBelowOneFallBack)
     EXPECT_EQ(Variable("_LastIndex"), "25");
 }
 
+TEST_F(SearchDatabaseTest, TheLargestPageNumberDoesNotWrapTheFigures)
+{
+    AddNumbers(45);
+    ScriptPagedSearch("2147483647", "20");
+    EXPECT_EQ(Run(), 0u);
+    EXPECT_EQ(Output(), "");
+    EXPECT_EQ(Figures(), "45 42949672921 42949672920 2147483646 2147483647 0 3 ");
+    EXPECT_EQ(Count(kKivDB_GetFieldInfoByName), 0u) << "no record may be rendered";
+}
+
 TEST_F(SearchDatabaseTest, EmptyOrAbsentPagingParametersUseTheDefaults)
 {
     AddNumbers(30);
