@@ -6,13 +6,12 @@
 #include "CsvFormat.h"
 #include "DatabaseResultCodes.h"
 #include "NameRules.h"
+#include "RecordFiles.h"
 #include "SearchLanguage.h"
 #include "SearchToSql.h"
 
-#include <unistd.h>
 
 #include <algorithm>
-#include <atomic>
 #include <fstream>
 
 namespace kiv::db
@@ -35,18 +34,6 @@ std::string columnDefinition(const FieldDefinition& field)
     default:
         return "INTEGER NOT NULL DEFAULT 0";
     }
-}
-
-// Values quoted in messages reach HTML pages: keep them short and free of markup.
-std::string quoteValue(std::string_view value)
-{
-    std::string shown;
-    for (const char c : value.substr(0, 40))
-    {
-        const auto byte = static_cast<unsigned char>(c);
-        shown += (byte < 0x20 || c == '<' || c == '>' || c == '&' || c == '"') ? '?' : c;
-    }
-    return "\"" + shown + (value.size() > 40 ? "...\"" : "\"");
 }
 
 std::string whyNotConvertible(ConversionError error, const FieldDefinition& field)
@@ -816,76 +803,45 @@ uint32_t EmbeddedDatabase::exportRecords(const std::filesystem::path& file, std:
                                          uint32_t& count)
 {
     std::vector<size_t> columns;
-    fieldList = trimBlanks(fieldList);
-    while (!fieldList.empty())
-    {
-        const size_t comma = fieldList.find(',');
-        const auto name = trimBlanks(fieldList.substr(0, comma));
-        fieldList = comma == std::string_view::npos ? std::string_view() : fieldList.substr(comma + 1);
-        if (name.empty())
-            continue;
-        const auto index = fieldIndex(name);
-        if (!index)
-            return fieldNotFound(name);
-        columns.push_back(*index);
-    }
-    if (columns.empty())
-        for (size_t i = 0; i < fields().size(); ++i)
-            columns.push_back(i);
-
-    // The records go to a temporary file that is renamed into place only when it is complete,
-    // so a failed export never leaves half a file.
-    static std::atomic<unsigned> counter{0};
-    const auto target = resolvePath(file);
-    const auto temporary =
-        target.parent_path() / ("." + target.filename().string() + ".tmp-" + std::to_string(::getpid()) +
-                                "-" + std::to_string(counter++));
-    std::error_code ignored;
+    const auto lookup = [this](std::string_view name) { return fieldIndex(name); };
+    if (const auto unknown = resolveFieldList(fieldList, fields().size(), lookup, columns))
+        return fieldNotFound(*unknown);
     uint32_t written = 0;
-    try
-    {
-        std::ofstream out(temporary, std::ios::binary | std::ios::trunc);
-        if (!out)
-            return fail(result::kFileError,
-                        "The export file " + quoteValue(target.string()) + " cannot be written.");
-        std::vector<std::string> row;
-        for (const size_t column : columns)
-            row.push_back(fields()[column].name);
-        writeCsvRow(out, row);
-        if (!mySearchActive)
-            myResults.reset();
-        ensureResults();
-        std::vector<FieldValue> values;
-        for (const int64_t rowID : *myResults)
+    std::string fileError;
+    const uint32_t code = writeFileInPlace(
+        resolvePath(file),
+        [&](std::ostream& out) -> uint32_t
         {
-            if (!readRecord(rowID, values))
-                continue;
-            row.clear();
+            std::vector<std::string> row;
             for (const size_t column : columns)
-                row.push_back(valueAsText(fields()[column], values[column]));
+                row.push_back(fields()[column].name);
             writeCsvRow(out, row);
-            ++written;
-        }
-        out.close();
-        if (!out)
-        {
-            std::filesystem::remove(temporary, ignored);
-            return fail(result::kFileError,
-                        "The export file " + quoteValue(target.string()) + " could not be written.");
-        }
-    }
-    catch (const SqliteError& error)
-    {
-        std::filesystem::remove(temporary, ignored);
-        return failSqlite(error);
-    }
-    std::filesystem::rename(temporary, target, ignored);
-    if (ignored)
-    {
-        std::filesystem::remove(temporary, ignored);
-        return fail(result::kFileError,
-                    "The export file " + quoteValue(target.string()) + " could not be put in place.");
-    }
+            try
+            {
+                if (!mySearchActive)
+                    myResults.reset();
+                ensureResults();
+                std::vector<FieldValue> values;
+                for (const int64_t rowID : *myResults)
+                {
+                    if (!readRecord(rowID, values))
+                        continue;
+                    row.clear();
+                    for (const size_t column : columns)
+                        row.push_back(valueAsText(fields()[column], values[column]));
+                    writeCsvRow(out, row);
+                    ++written;
+                }
+            }
+            catch (const SqliteError& error)
+            {
+                return failSqlite(error);
+            }
+            return result::kSuccess;
+        },
+        fileError);
+    if (code != result::kSuccess)
+        return code == result::kFileError && !fileError.empty() ? fail(code, fileError) : code;
     count = written;
     myMessage.clear();
     // 'MEOF': every record up to the end of the results was written; the editor counts only
@@ -908,17 +864,11 @@ uint32_t EmbeddedDatabase::importRecords(const std::filesystem::path& file, uint
                         ? "The import file is empty: it needs a header row naming the fields."
                         : reader.error());
     std::vector<size_t> columns;
-    for (const auto& name : header)
-    {
-        const auto index = fieldIndex(trimBlanks(name));
-        if (!index)
-            return fail(result::kImportFailed, "Row 1: the column " + quoteValue(name) +
-                                                   " names no field of the database " + myName + ".");
-        if (std::find(columns.begin(), columns.end(), *index) != columns.end())
-            return fail(result::kImportFailed,
-                        "Row 1: the field " + fields()[*index].name + " is named twice.");
-        columns.push_back(*index);
-    }
+    std::string why;
+    if (resolveImportHeader(
+            header, [this](std::string_view name) { return fieldIndex(name); },
+            [this](size_t index) { return fields()[index].name; }, myName, columns, why) != result::kSuccess)
+        return fail(result::kImportFailed, why);
     uint32_t imported = 0;
     if (const uint32_t code = importRows(reader, columns, imported); code != result::kSuccess)
         return code;

@@ -5,12 +5,11 @@
 #include "DatabaseResultCodes.h"
 #include "DecimalText.h"
 #include "NameRules.h"
+#include "RecordFiles.h"
 #include "SearchLanguage.h"
 
-#include <unistd.h>
 
 #include <algorithm>
-#include <atomic>
 #include <fstream>
 
 namespace kiv::db::odbc
@@ -25,18 +24,6 @@ std::string_view stripParentheses(std::string_view name)
     if (name.size() >= 2 && name.front() == '(' && name.back() == ')')
         return name.substr(1, name.size() - 2);
     return name;
-}
-
-// Values quoted in messages reach HTML pages: keep them short and free of markup.
-std::string quoteValue(std::string_view value)
-{
-    std::string shown;
-    for (const char c : value.substr(0, 40))
-    {
-        const auto byte = static_cast<unsigned char>(c);
-        shown += (byte < 0x20 || c == '<' || c == '>' || c == '&' || c == '"') ? '?' : c;
-    }
-    return "\"" + shown + (value.size() > 40 ? "...\"" : "\"");
 }
 
 std::string whyNotConvertible(ConversionError error, const Column& column)
@@ -867,74 +854,41 @@ uint32_t OdbcDatabase::exportRecords(const std::filesystem::path& file, std::str
                                      uint32_t& count)
 {
     std::vector<size_t> columns;
-    fieldList = trimBlanks(fieldList);
-    while (!fieldList.empty())
-    {
-        const size_t comma = fieldList.find(',');
-        const auto name = trimBlanks(fieldList.substr(0, comma));
-        fieldList = comma == std::string_view::npos ? std::string_view() : fieldList.substr(comma + 1);
-        if (name.empty())
-            continue;
-        const auto index = columnIndex(name);
-        if (!index)
-            return fail(result::kFieldNotFound, std::string(name));
-        columns.push_back(*index);
-    }
-    if (columns.empty())
-        for (size_t i = 0; i < myColumns.size(); ++i)
-            columns.push_back(i);
+    const auto lookup = [this](std::string_view name) { return columnIndex(name); };
+    if (const auto unknown = resolveFieldList(fieldList, myColumns.size(), lookup, columns))
+        return fail(result::kFieldNotFound, *unknown);
     if (const uint32_t code = ensureResults(); code != result::kSuccess)
         return code;
-
-    // A temporary file renamed into place only when complete: a failed export never leaves
-    // half a file.
-    static std::atomic<unsigned> counter{0};
-    const auto target = resolvePath(file);
-    const auto temporary =
-        target.parent_path() / ("." + target.filename().string() + ".tmp-" + std::to_string(::getpid()) +
-                                "-" + std::to_string(counter++));
-    std::error_code ignored;
     uint32_t written = 0;
-    const uint32_t code = guarded(
-        [&]() -> uint32_t
+    std::string fileError;
+    const uint32_t code = writeFileInPlace(
+        resolvePath(file),
+        [&](std::ostream& out) -> uint32_t
         {
-            std::ofstream out(temporary, std::ios::binary | std::ios::trunc);
-            if (!out)
-                return fail(result::kFileError,
-                            "The export file " + quoteValue(target.string()) + " cannot be written.");
             std::vector<std::string> row;
             for (const size_t column : columns)
                 row.push_back(myColumns[column].field.name);
             writeCsvRow(out, row);
-            std::vector<FieldValue> values;
-            for (size_t index = 0; index < myResults->count; ++index)
-            {
-                if (!readResult(index, values))
-                    continue;
-                row.clear();
-                for (const size_t column : columns)
-                    row.push_back(valueAsText(myColumns[column].field, values[column]));
-                writeCsvRow(out, row);
-                ++written;
-            }
-            out.close();
-            if (!out)
-                return fail(result::kFileError,
-                            "The export file " + quoteValue(target.string()) + " could not be written.");
-            return result::kSuccess;
-        });
+            return guarded(
+                [&]() -> uint32_t
+                {
+                    std::vector<FieldValue> values;
+                    for (size_t index = 0; index < myResults->count; ++index)
+                    {
+                        if (!readResult(index, values))
+                            continue;
+                        row.clear();
+                        for (const size_t column : columns)
+                            row.push_back(valueAsText(myColumns[column].field, values[column]));
+                        writeCsvRow(out, row);
+                        ++written;
+                    }
+                    return result::kSuccess;
+                });
+        },
+        fileError);
     if (code != result::kSuccess)
-    {
-        std::filesystem::remove(temporary, ignored);
-        return code;
-    }
-    std::filesystem::rename(temporary, target, ignored);
-    if (ignored)
-    {
-        std::filesystem::remove(temporary, ignored);
-        return fail(result::kFileError,
-                    "The export file " + quoteValue(target.string()) + " could not be put in place.");
-    }
+        return code == result::kFileError && !fileError.empty() ? fail(code, fileError) : code;
     count = written;
     myMessage.clear();
     return result::kEndOfFile; // every result written: the answer the editor counts as finished
@@ -955,17 +909,12 @@ uint32_t OdbcDatabase::importRecords(const std::filesystem::path& file, uint32_t
                         ? "The import file is empty: it needs a header row naming the fields."
                         : reader.error());
     std::vector<size_t> columns;
-    for (const auto& name : header)
-    {
-        const auto index = columnIndex(trimBlanks(name));
-        if (!index)
-            return fail(result::kImportFailed, "Row 1: the column " + quoteValue(name) +
-                                                   " names no field of the database " + myTable + ".");
-        if (std::find(columns.begin(), columns.end(), *index) != columns.end())
-            return fail(result::kImportFailed,
-                        "Row 1: the field " + myColumns[*index].field.name + " is named twice.");
-        columns.push_back(*index);
-    }
+    std::string why;
+    if (resolveImportHeader(
+            header, [this](std::string_view name) { return columnIndex(name); },
+            [this](size_t index) { return myColumns[index].field.name; }, myTable, columns,
+            why) != result::kSuccess)
+        return fail(result::kImportFailed, why);
     uint32_t imported = 0;
     if (const uint32_t code = importRows(reader, columns, imported); code != result::kSuccess)
         return code;
