@@ -16,27 +16,6 @@ using search::Literal;
 using search::Node;
 using search::Operator;
 
-const char* symbolOf(Operator op)
-{
-    switch (op)
-    {
-    case Operator::Equal:
-        return "=";
-    case Operator::NotEqual:
-        return "<>";
-    case Operator::Less:
-        return "<";
-    case Operator::Greater:
-        return ">";
-    case Operator::LessOrEqual:
-        return "<=";
-    case Operator::GreaterOrEqual:
-        return ">=";
-    default:
-        return "=";
-    }
-}
-
 class Translator
 {
 public:
@@ -45,41 +24,12 @@ public:
     {
     }
 
-    uint32_t node(const Node& node, std::string& out)
+    uint32_t condition(const Node& node, std::string& out)
     {
-        switch (node.kind)
-        {
-        case Node::Kind::And:
-        case Node::Kind::Or:
-        {
-            // A chain of the same operator becomes one flat list: SQLite's parser has a small
-            // stack, and "a AND b AND c" must not nest as deep as the chain is long.
-            std::vector<const Node*> operands;
-            flatten(node, node.kind, operands);
-            const char* glue = node.kind == Node::Kind::And ? " AND " : " OR ";
-            out = "(";
-            for (size_t i = 0; i < operands.size(); ++i)
-            {
-                std::string operand;
-                if (const uint32_t code = this->node(*operands[i], operand); code != result::kSuccess)
-                    return code;
-                out += (i ? glue : "") + operand;
-            }
-            out += ")";
-            return result::kSuccess;
-        }
-        case Node::Kind::Not:
-        {
-            std::string operand;
-            if (const uint32_t code = this->node(*node.left, operand); code != result::kSuccess)
-                return code;
-            out = "NOT " + operand; // the operand is parenthesised already
-            return result::kSuccess;
-        }
-        case Node::Kind::Comparison:
-            return comparison(node, out);
-        }
-        return result::kUnknownError;
+        return writeCondition(
+            node,
+            [this](const Node& comparison, std::string& text) { return this->comparison(comparison, text); },
+            out);
     }
 
     uint32_t order(const std::vector<search::OrderItem>& items)
@@ -96,17 +46,6 @@ public:
     }
 
 private:
-    static void flatten(const Node& node, Node::Kind kind, std::vector<const Node*>& operands)
-    {
-        if (node.kind != kind)
-        {
-            operands.push_back(&node);
-            return;
-        }
-        flatten(*node.left, kind, operands);
-        flatten(*node.right, kind, operands);
-    }
-
     uint32_t notFound(const std::string& name)
     {
         myMessage = name;
@@ -143,7 +82,7 @@ private:
             return notFound(node.field);
         const std::string& column = field->column;
         const bool matching = node.op == Operator::Contains || node.op == Operator::BeginsWith;
-        const std::string symbol = symbolOf(node.op);
+        const std::string symbol = comparisonSymbol(node.op);
         const std::string value(trimBlanks(node.value.text));
         switch (field->type())
         {
@@ -213,13 +152,82 @@ private:
 };
 } // namespace
 
+const char* comparisonSymbol(Operator op)
+{
+    switch (op)
+    {
+    case Operator::NotEqual:
+        return "<>";
+    case Operator::Less:
+        return "<";
+    case Operator::Greater:
+        return ">";
+    case Operator::LessOrEqual:
+        return "<=";
+    case Operator::GreaterOrEqual:
+        return ">=";
+    default:
+        return "=";
+    }
+}
+
+namespace
+{
+void collectChain(const Node& node, Node::Kind kind, std::vector<const Node*>& operands)
+{
+    if (node.kind != kind)
+    {
+        operands.push_back(&node);
+        return;
+    }
+    collectChain(*node.left, kind, operands);
+    collectChain(*node.right, kind, operands);
+}
+} // namespace
+
+uint32_t writeCondition(const Node& node, const ComparisonWriter& comparison, std::string& out)
+{
+    switch (node.kind)
+    {
+    case Node::Kind::And:
+    case Node::Kind::Or:
+    {
+        std::vector<const Node*> operands;
+        collectChain(node, node.kind, operands);
+        const char* glue = node.kind == Node::Kind::And ? " AND " : " OR ";
+        out = "(";
+        for (size_t i = 0; i < operands.size(); ++i)
+        {
+            std::string operand;
+            if (const uint32_t code = writeCondition(*operands[i], comparison, operand);
+                code != result::kSuccess)
+                return code;
+            out += (i ? glue : "") + operand;
+        }
+        out += ")";
+        return result::kSuccess;
+    }
+    case Node::Kind::Not:
+    {
+        std::string operand;
+        if (const uint32_t code = writeCondition(*node.left, comparison, operand); code != result::kSuccess)
+            return code;
+        out = "(NOT " + operand + ")";
+        return result::kSuccess;
+    }
+    case Node::Kind::Comparison:
+        return comparison(node, out);
+    }
+    return result::kUnknownError;
+}
+
 uint32_t translateSearch(const search::Query& query, const FieldLookup& lookup, SqlSearch& sql,
                          std::string& message)
 {
     sql = SqlSearch();
     Translator translator(lookup, sql, message);
     if (query.condition)
-        if (const uint32_t code = translator.node(*query.condition, sql.where); code != result::kSuccess)
+        if (const uint32_t code = translator.condition(*query.condition, sql.where); code != result::kSuccess)
             return code;
     return translator.order(query.order);
 }

@@ -7,6 +7,7 @@
 #include "DatabaseResultCodes.h"
 #include "DecimalText.h"
 #include "OdbcColumn.h"
+#include "SearchToSql.h"
 
 namespace kiv::db::odbc
 {
@@ -15,25 +16,6 @@ namespace
 {
 using search::Node;
 using search::Operator;
-
-const char* symbolOf(Operator op)
-{
-    switch (op)
-    {
-    case Operator::NotEqual:
-        return "<>";
-    case Operator::Less:
-        return "<";
-    case Operator::Greater:
-        return ">";
-    case Operator::LessOrEqual:
-        return "<=";
-    case Operator::GreaterOrEqual:
-        return ">=";
-    default:
-        return "=";
-    }
-}
 
 // LIKE patterns escape their wildcards with '!' rather than a backslash, whose meaning in a
 // string literal differs between servers.
@@ -58,39 +40,12 @@ public:
     {
     }
 
-    uint32_t node(const Node& node, std::string& out)
+    uint32_t condition(const Node& node, std::string& out)
     {
-        switch (node.kind)
-        {
-        case Node::Kind::And:
-        case Node::Kind::Or:
-        {
-            std::vector<const Node*> operands;
-            flatten(node, node.kind, operands);
-            const char* glue = node.kind == Node::Kind::And ? " AND " : " OR ";
-            out = "(";
-            for (size_t i = 0; i < operands.size(); ++i)
-            {
-                std::string operand;
-                if (const uint32_t code = this->node(*operands[i], operand); code != result::kSuccess)
-                    return code;
-                out += (i ? glue : "") + operand;
-            }
-            out += ")";
-            return result::kSuccess;
-        }
-        case Node::Kind::Not:
-        {
-            std::string operand;
-            if (const uint32_t code = this->node(*node.left, operand); code != result::kSuccess)
-                return code;
-            out = "(NOT " + operand + ")";
-            return result::kSuccess;
-        }
-        case Node::Kind::Comparison:
-            return comparison(node, out);
-        }
-        return result::kUnknownError;
+        return writeCondition(
+            node,
+            [this](const Node& comparison, std::string& text) { return this->comparison(comparison, text); },
+            out);
     }
 
     uint32_t order(const std::vector<search::OrderItem>& items)
@@ -107,17 +62,6 @@ public:
     }
 
 private:
-    static void flatten(const Node& node, Node::Kind kind, std::vector<const Node*>& operands)
-    {
-        if (node.kind != kind)
-        {
-            operands.push_back(&node);
-            return;
-        }
-        flatten(*node.left, kind, operands);
-        flatten(*node.right, kind, operands);
-    }
-
     uint32_t notFound(const std::string& name)
     {
         myMessage = name;
@@ -153,7 +97,7 @@ private:
             return notFound(node.field);
         const std::string name = myQuote(column->field.column);
         const bool matching = node.op == Operator::Contains || node.op == Operator::BeginsWith;
-        const std::string symbol = symbolOf(node.op);
+        const std::string symbol = comparisonSymbol(node.op);
         const std::string value(trimBlanks(node.value.text));
         const std::string asText = "COALESCE(CAST(" + name + " AS VARCHAR(255)), '')";
         switch (column->classOrText())
@@ -251,7 +195,7 @@ uint32_t translateSearch(const search::Query& query, const ColumnLookup& lookup,
     sql = OdbcSearch();
     Translator translator(lookup, quote, sql, message);
     if (query.condition)
-        if (const uint32_t code = translator.node(*query.condition, sql.where); code != result::kSuccess)
+        if (const uint32_t code = translator.condition(*query.condition, sql.where); code != result::kSuccess)
             return code;
     return translator.order(query.order);
 }
