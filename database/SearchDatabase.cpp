@@ -11,11 +11,16 @@
 #include "SearchModifyConstants.h"
 #include "TKivDictionary.h"
 
+#include <algorithm>
+
 namespace
 {
 const unsigned int kSearchDBDefaultRecordsPerPage = 25;
 // More decimals than a number can hold would only pad the page with zeros.
 const unsigned int kSearchDBMaximumPrecision = 100;
+// Above this the page grows by doubling only; a page author's huge page size must not
+// claim memory up front.
+const KivUInt64 kSearchDBMaximumReservation = 64u * 1024u * 1024u;
 
 typedef TKivDictionary<KivString, unsigned int> SearchDB_PrecisionDictionary;
 
@@ -218,12 +223,29 @@ unsigned int SearchDB_SearchOpenDatabase(_KIVAPI_ModuleProcessingInfo* processin
     {
         KivSearchDBTemplateProcessor processor(KivGlueGetTagBody(processingInfo_i));
         KivString record;
+        // Strings grow 32 bytes at a time, so appending record after record would copy the
+        // whole page once per record. Room for the page is reserved from the first record's
+        // size and doubled when records turn out longer.
+        const KivUInt64 recordsOnPage =
+            std::min<KivUInt64>(perPage, total > firstOfPage ? total - firstOfPage : 0);
+        KivUInt64 reserved = 0;
         while (shown < perPage)
         {
             record.Empty();
             result = processor.RunTemplate(processingInfo_i, database_i, record, precision);
             if (result != 0)
                 break;
+            const KivUInt64 needed = (KivUInt64)output_io.GetLength() + record.GetLength();
+            if (needed > reserved)
+            {
+                KivUInt64 wanted = std::max<KivUInt64>(needed * 2, recordsOnPage * record.GetLength());
+                wanted = std::min<KivUInt64>(wanted, kSearchDBMaximumReservation);
+                if (wanted > needed)
+                {
+                    output_io.Reserve((unsigned int)wanted);
+                    reserved = wanted;
+                }
+            }
             output_io += record;
             ++shown;
             if (KivGlueDBMoveNextRecord(processingInfo_i, database_i) != 0)
