@@ -13,7 +13,10 @@ packages=(
 )
 # Extra groups, asked for by the test script when it runs those suites.
 if [[ "${KIV_SETUP_BROWSER:-0}" == 1 ]]; then
-    packages+=(chromium chromium-driver nodejs npm)
+    packages+=(chromium chromium-driver nodejs)
+    # Some images ship a Node.js build that bundles npm and conflicts with Debian's npm
+    # package: ask for the package only when no npm is on the path.
+    command -v npm >/dev/null 2>&1 || packages+=(npm)
 fi
 if [[ "${KIV_SETUP_LOAD:-0}" == 1 ]]; then
     packages+=(wrk)
