@@ -39,6 +39,31 @@ std::optional<fs::path> confine(const fs::path& folder, const fs::path& candidat
     return real;
 }
 
+// weakly_canonical follows links only up to the first component that does not exist; what
+// comes after it is normalised lexically, so "missing/../link/x" keeps an unresolved link.
+// Every component between the folder and the end must therefore not be a link (a dangling
+// link or one reached that way), else writing through it could leave the folder.
+bool hasNoLinkBelow(const fs::path& folder, const fs::path& resolved)
+{
+    std::error_code error;
+    fs::path realFolder = fs::canonical(folder, error);
+    if (error)
+        return false;
+    fs::path current = realFolder;
+    for (const auto& component : resolved.lexically_relative(realFolder))
+    {
+        if (component == ".")
+            continue;
+        current /= component;
+        fs::file_status status = fs::symlink_status(current, error);
+        if (fs::is_symlink(status))
+            return false;
+        if (!fs::exists(status))
+            break; // nothing below a missing component exists either
+    }
+    return true;
+}
+
 } // namespace
 
 std::optional<fs::path> resolveUrlPath(const fs::path& root, std::string_view urlPath)
@@ -71,10 +96,7 @@ std::optional<fs::path> resolveFileInFolder(const fs::path& folder, std::string_
     fs::path given{std::string(path)};
     fs::path candidate = given.is_absolute() ? given : folder / given;
     auto resolved = confine(folder, candidate);
-    if (!resolved)
-        return std::nullopt;
-    std::error_code error;
-    if (fs::is_symlink(fs::symlink_status(*resolved, error)))
+    if (!resolved || !hasNoLinkBelow(folder, *resolved))
         return std::nullopt;
     return resolved;
 }

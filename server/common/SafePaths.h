@@ -22,8 +22,9 @@ std::optional<std::filesystem::path> resolveUrlPath(const std::filesystem::path&
 
 // Maps a file path given by a module (absolute, or relative to folder) to its physical
 // location, which must lie inside folder after following ".." and symbolic links. The
-// last components may not exist yet (a file about to be written); a final component that
-// is a symbolic link is refused because writing through it could leave the folder.
+// last components may not exist yet (a file about to be written); a component that is
+// still a symbolic link after resolution (a dangling one, or one reached after a missing
+// folder and "..") is refused because writing through it could leave the folder.
 std::optional<std::filesystem::path> resolveFileInFolder(const std::filesystem::path& folder,
                                                          std::string_view path);
 

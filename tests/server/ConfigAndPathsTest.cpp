@@ -170,5 +170,20 @@ TEST_F(SafePaths, FilePathsMayNameFilesNotYetWritten)
     EXPECT_FALSE(resolveFileInFolder(base / "site", "new/../../x.csv"));
 }
 
+TEST_F(SafePaths, FilePathsCannotReachALinkPastAMissingFolder)
+{
+    // Resolution stops following links at the first missing component; a ".." after it
+    // must not smuggle an outbound link past the check.
+    EXPECT_FALSE(resolveFileInFolder(base / "site", "missing/../escape/export.csv"));
+    EXPECT_FALSE(resolveFileInFolder(base / "site", "sub/missing/../../escape/export.csv"));
+    fs::create_symlink(base / "nowhere", base / "site" / "dangling");
+    EXPECT_FALSE(resolveFileInFolder(base / "site", "dangling"));
+    EXPECT_FALSE(resolveFileInFolder(base / "site", "dangling/export.csv"));
+    fs::path root = fs::canonical(base / "site");
+    EXPECT_EQ(resolveFileInFolder(base / "site", "missing/../sub/export.csv"), root / "sub" / "export.csv");
+    EXPECT_EQ(resolveFileInFolder(base / "site", "alias/export.csv"), root / "sub" / "export.csv")
+        << "links that stay inside are followed";
+}
+
 } // namespace
 } // namespace kiv
