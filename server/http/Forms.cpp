@@ -1,6 +1,8 @@
 // Form, query and cookie decoding.
 #include "http/Forms.h"
 
+#include <algorithm>
+
 namespace kiv
 {
 
@@ -79,6 +81,7 @@ std::optional<NameValueList> parseMultipart(std::string_view body, std::string_v
     if (boundary.empty() || boundary.size() > 200)
         return std::nullopt;
     const std::string delimiter = "--" + std::string(boundary);
+    const std::string separator = "\r\n" + delimiter;
     size_t position = body.find(delimiter);
     if (position == std::string_view::npos)
         return std::nullopt;
@@ -96,7 +99,7 @@ std::optional<NameValueList> parseMultipart(std::string_view body, std::string_v
             return std::nullopt;
         std::string_view head = body.substr(position, headEnd - position);
         size_t contentStart = headEnd + 4;
-        size_t next = body.find("\r\n" + delimiter, contentStart);
+        size_t next = body.find(separator, contentStart);
         if (next == std::string_view::npos)
             return std::nullopt;
         std::string name;
@@ -111,6 +114,8 @@ std::optional<NameValueList> parseMultipart(std::string_view body, std::string_v
                 name = headerParameter(line, "name");
             lineStart = lineEnd + 2;
         }
+        if (fields.size() >= kMaxFormFields)
+            return std::nullopt;
         if (!name.empty())
             fields.emplace_back(std::move(name), std::string(body.substr(contentStart, next - contentStart)));
         position = next + 2;
@@ -149,7 +154,11 @@ std::optional<NameValueList> parsePostArguments(const HttpRequest& request)
     if (!boundary.empty())
         return parseMultipart(request.body, boundary);
     if (startsWithIgnoringCase(trim(contentType), "application/x-www-form-urlencoded") || contentType.empty())
+    {
+        if (static_cast<size_t>(std::count(request.body.begin(), request.body.end(), '&')) >= kMaxFormFields)
+            return std::nullopt;
         return parseUrlEncoded(request.body);
+    }
     return NameValueList{};
 }
 

@@ -25,8 +25,14 @@ std::optional<NameValueList> parseMultipart(std::string_view body, std::string_v
 
 NameValueList parseCookies(std::string_view cookieHeader);
 
+// More fields than this make a form suspect: "&a&a&a..." costs a few bytes per field on the
+// wire but two strings each in memory, so a body within the size limit could still take
+// hundreds of megabytes.
+constexpr size_t kMaxFormFields = 10000;
+
 // The post arguments of a request: url-encoded or multipart bodies of a POST; empty
-// otherwise. nullopt for a malformed multipart body.
+// otherwise. nullopt for a malformed multipart body or one with more than kMaxFormFields
+// fields.
 std::optional<NameValueList> parsePostArguments(const HttpRequest& request);
 
 } // namespace kiv

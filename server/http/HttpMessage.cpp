@@ -58,6 +58,27 @@ const std::string* HttpResponse::header(std::string_view name) const
     return nullptr;
 }
 
+bool isSafeHeaderName(std::string_view name)
+{
+    if (name.empty())
+        return false;
+    for (char c : name)
+    {
+        bool letterOrDigit = (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9');
+        if (!letterOrDigit && std::string_view("!#$%&'*+-.^_`|~").find(c) == std::string_view::npos)
+            return false;
+    }
+    return true;
+}
+
+bool isSafeHeaderValue(std::string_view value)
+{
+    for (char c : value)
+        if ((static_cast<unsigned char>(c) < 0x20 && c != '\t') || c == 0x7F)
+            return false;
+    return true;
+}
+
 std::string_view reasonPhrase(int status)
 {
     switch (status)

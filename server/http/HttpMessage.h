@@ -46,6 +46,12 @@ struct HttpResponse
 
 std::string_view reasonPhrase(int status);
 
+// Whether a header can go on the wire as it is: a token name and a value without control
+// characters (tab aside), so that no value can end its line and start another header or
+// the body.
+bool isSafeHeaderName(std::string_view name);
+bool isSafeHeaderValue(std::string_view value);
+
 // A small complete HTML page for an error status ("404 Not Found" and a sentence).
 HttpResponse makeErrorResponse(int status, std::string_view explanation = {});
 

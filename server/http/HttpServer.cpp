@@ -151,7 +151,16 @@ std::string serializeResponse(const HttpResponse& response, bool headRequest, bo
     std::string out = "HTTP/1.1 " + std::to_string(response.status) + " " +
                       std::string(reasonPhrase(response.status)) + "\r\n";
     for (const auto& [name, value] : response.headers)
+    {
+        // The last guard against response splitting, whoever set the header.
+        if (!isSafeHeaderName(name) || !isSafeHeaderValue(value))
+        {
+            writeServerLog(LogKind::Error, {},
+                           "dropped a response header with line breaks or control characters: " + name);
+            continue;
+        }
         out += name + ": " + value + "\r\n";
+    }
     out += "Date: " + httpDate() + "\r\n";
     if (!response.header("Server"))
         out += "Server: kiv-server\r\n";

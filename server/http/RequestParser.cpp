@@ -131,18 +131,24 @@ HeadParseResult parseRequestHead(std::string_view received, const ServerLimits& 
                 return invalid(400);
         request.headers.emplace_back(std::string(line.substr(0, colon)), std::string(value));
     }
-    if (request.minorVersion == 1 && !request.header("Host"))
+    // Exactly one Host header: two would let the region chosen here differ from the host a
+    // proxy in front checked.
+    size_t hosts = 0;
+    for (const auto& header : request.headers)
+        hosts += equalsIgnoringCase(header.first, "Host") ? 1 : 0;
+    if (hosts > 1 || (request.minorVersion == 1 && hosts == 0))
         return invalid(400);
     return {HeadStatus::Complete, 0, start + headEnd + 4};
 }
 
 BodyLength determineBodyLength(const HttpRequest& request, const ServerLimits& limits)
 {
-    if (const std::string* encoding = request.header("Transfer-Encoding"))
-    {
-        if (!equalsIgnoringCase(*encoding, "identity"))
+    // Bodies are framed by Content-Length only. Every Transfer-Encoding header is refused,
+    // "identity" and a second header behind a harmless first one included: a proxy in front
+    // that framed the body by it would see a different request boundary (request smuggling).
+    for (const auto& [name, value] : request.headers)
+        if (equalsIgnoringCase(name, "Transfer-Encoding"))
             return {0, 411};
-    }
     const std::string* lengthText = request.header("Content-Length");
     if (!lengthText)
         return {0, 0};

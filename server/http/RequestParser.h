@@ -27,8 +27,8 @@ struct HeadParseResult
 HeadParseResult parseRequestHead(std::string_view received, const ServerLimits& limits, HttpRequest& request);
 
 // How many body bytes follow the head: the Content-Length, or an error status (400 for a
-// malformed length, 411 for chunked bodies, which the server does not accept, 413 when
-// the body exceeds the limit).
+// malformed or ambiguous length, 411 for any Transfer-Encoding, which the server does not
+// accept, 413 when the body exceeds the limit).
 struct BodyLength
 {
     size_t length = 0;

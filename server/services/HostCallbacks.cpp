@@ -4,6 +4,7 @@
 #include "DatabaseSession.h"
 #include "common/SafePaths.h"
 #include "common/Text.h"
+#include "http/HttpMessage.h"
 #include "logging/Log.h"
 #include "services/ModuleHost.h"
 #include "services/RequestContext.h"
@@ -100,12 +101,6 @@ bool isHeaderToken(std::string_view text)
     return true;
 }
 
-bool hasLineBreak(std::string_view text)
-{
-    return text.find_first_of("\r\n", 0) != std::string_view::npos ||
-           text.find('\0') != std::string_view::npos;
-}
-
 LogKind logKindOf(uint32_t code)
 {
     switch (code)
@@ -132,6 +127,14 @@ std::string hostWithoutPort(const std::string& host)
     if (!host.empty() && host[0] == '[')
         return host.substr(0, host.find(']') + 1);
     return host.substr(0, host.find(':'));
+}
+
+// A refused service request is logged with the page and tag that made it, then answered.
+uint32_t refuse(const RequestContext& request, uint32_t code, const std::string& why)
+{
+    writeServerLog(LogKind::Warning, {request.region.region.name, request.urlPath, request.currentTag.name},
+                   "refused: " + why + " (" + fourCharacterCode(code) + ")");
+    return code;
 }
 
 // Selectors that only concern the module itself (registration, its own path, the log).
@@ -240,9 +243,10 @@ uint32_t answerPathSelector(RequestContext& request, uint32_t selector, void* a3
     {
     case kKivServer_GetRegionDataFolderPath:
     {
-        auto path = input.empty() ? std::optional<fs::path>(fs::weakly_canonical(region.dataFolder))
-                                  : resolveFileInFolder(region.dataFolder, input);
-        return path ? writeOutput(a3, a4, path->string()) : kHostResult_NotAuthorized;
+        auto path = resolveFileInFolder(region.dataFolder, input.empty() ? std::string_view(".") : input);
+        return path ? writeOutput(a3, a4, path->string())
+                    : refuse(request, kHostResult_NotAuthorized,
+                             "a data folder path outside the data folder: " + input);
     }
     case kKivServer_MapURLToPhysicalPath:
     {
@@ -252,72 +256,75 @@ uint32_t answerPathSelector(RequestContext& request, uint32_t selector, void* a3
         if (!percentDecode(urlPath, false, decoded))
             return kHostResult_InvalidValue;
         auto path = resolveUrlPath(region.siteRoot, decoded);
-        return path ? writeOutput(a3, a4, path->string()) : kHostResult_NotAuthorized;
+        return path ? writeOutput(a3, a4, path->string())
+                    : refuse(request, kHostResult_NotAuthorized, "a URL path outside the site: " + input);
     }
     case kKivServer_VerifyRegionContainsFile:
     {
         auto path = resolveFileInFolder(region.dataFolder, trim(input));
-        if (!path)
-        {
-            writeServerLog(LogKind::Warning, {region.name, request.urlPath, request.currentTag.name},
-                           "refused a file path outside the data folder: " + input);
-            return kHostResult_NotAuthorized;
-        }
-        return writeOutput(a3, a4, path->string());
+        return path ? writeOutput(a3, a4, path->string())
+                    : refuse(request, kHostResult_NotAuthorized,
+                             "a file path outside the data folder: " + input);
     }
     default:
         return kKivResult_UnknownFunction;
     }
 }
 
+uint32_t setResponseStatus(RequestContext& request, std::string_view statusText, std::string_view message)
+{
+    int status = 0;
+    for (char c : trim(statusText))
+    {
+        if (c < '0' || c > '9' || status > 999)
+            return refuse(request, kHostResult_InvalidValue, "an HTTP status that is not a number");
+        status = status * 10 + (c - '0');
+    }
+    if (status < 200 || status > 599)
+        return refuse(request, kHostResult_InvalidValue, "HTTP status " + std::to_string(status));
+    if (!isSafeHeaderValue(message))
+        return refuse(request, kHostResult_InvalidValue, "a status message with control characters");
+    request.response.status = status;
+    request.response.statusMessage = std::string(message);
+    return kKivResult_Success;
+}
+
+uint32_t setResponseHeader(RequestContext& request, const std::string& name, std::string_view value)
+{
+    // Framing headers belong to the server; a module must not be able to split the response.
+    static const std::string_view reserved[] = {"Content-Length", "Transfer-Encoding", "Connection", "Date",
+                                                "Server"};
+    if (!isHeaderToken(name) || !isSafeHeaderValue(value))
+        return refuse(request, kHostResult_InvalidValue,
+                      "response header '" + name + "' with a bad name or control characters in its value");
+    for (auto word : reserved)
+        if (equalsIgnoringCase(name, word))
+            return refuse(request, kHostResult_NotAuthorized,
+                          "response header '" + name + "' is the server's");
+    request.response.headers.emplace_back(name, value);
+    return kKivResult_Success;
+}
+
+uint32_t setResponseLocation(RequestContext& request, std::string_view location)
+{
+    if (location.empty() || !isSafeHeaderValue(location))
+        return refuse(request, kHostResult_InvalidValue,
+                      "a redirection address that is empty or has control characters");
+    request.response.location = std::string(location);
+    return kKivResult_Success;
+}
+
 uint32_t answerResponseSelector(RequestContext& request, uint32_t selector, void* a3, void* a4, void* a5,
                                 void* a6)
 {
-    ResponseSettings& response = request.response;
     switch (selector)
     {
     case kKivServer_SetHTTPResponseStatus:
-    {
-        std::string_view statusText = trim(readInput(a3, a4));
-        int status = 0;
-        for (char c : statusText)
-        {
-            if (c < '0' || c > '9' || status > 999)
-                return kHostResult_InvalidValue;
-            status = status * 10 + (c - '0');
-        }
-        if (status < 200 || status > 599)
-            return kHostResult_InvalidValue;
-        std::string message(readInput(a5, a6));
-        if (hasLineBreak(message))
-            return kHostResult_InvalidValue;
-        response.status = status;
-        response.statusMessage = message;
-        return kKivResult_Success;
-    }
+        return setResponseStatus(request, readInput(a3, a4), readInput(a5, a6));
     case kKivServer_SetHTTPResponseHeader:
-    {
-        std::string name(readInput(a3, a4));
-        std::string value(readInput(a5, a6));
-        // Framing headers belong to the server; a module must not be able to split the response.
-        static const std::string_view reserved[] = {"Content-Length", "Transfer-Encoding", "Connection",
-                                                    "Date", "Server"};
-        if (!isHeaderToken(name) || hasLineBreak(value))
-            return kHostResult_InvalidValue;
-        for (auto word : reserved)
-            if (equalsIgnoringCase(name, word))
-                return kHostResult_NotAuthorized;
-        response.headers.emplace_back(name, value);
-        return kKivResult_Success;
-    }
+        return setResponseHeader(request, std::string(readInput(a3, a4)), readInput(a5, a6));
     case kKivServer_SetHTTPResponseURI:
-    {
-        std::string location(readInput(a3, a4));
-        if (location.empty() || hasLineBreak(location))
-            return kHostResult_InvalidValue;
-        response.location = location;
-        return kKivResult_Success;
-    }
+        return setResponseLocation(request, readInput(a3, a4));
     default:
         return kKivResult_UnknownFunction;
     }

@@ -273,6 +273,28 @@ TEST_F(HostCallbacks, ResponseStatusHeadersAndRedirection)
     EXPECT_EQ(context->response.location, "/done.html");
 }
 
+TEST_F(HostCallbacks, ResponseHeadersAndRedirectionsCannotCarryControlCharacters)
+{
+    for (std::string value : {"a\nSet-Cookie: x=1", "a\rb",
+                              "a\x0b"
+                              "b",
+                              "a\x7F"})
+        EXPECT_EQ(twoIn(kKivServer_SetHTTPResponseHeader, "X-Evil", value),
+                  static_cast<uint32_t>(kHostResult_InvalidValue));
+    EXPECT_EQ(twoIn(kKivServer_SetHTTPResponseHeader, "X-Tab", "a\tb"), 0u);
+    std::string location = "/done.html\r\nSet-Cookie: x=1";
+    uint32_t locationSize = static_cast<uint32_t>(location.size() + 1);
+    EXPECT_EQ(callHost(kKivServer_SetHTTPResponseURI, location.data(), &locationSize),
+              static_cast<uint32_t>(kHostResult_InvalidValue));
+    EXPECT_TRUE(context->response.location.empty());
+    char status[16] = "200";
+    uint32_t statusSize = 16;
+    std::string message = "OK\r\nSet-Cookie: x=1";
+    uint32_t messageSize = static_cast<uint32_t>(message.size() + 1);
+    EXPECT_EQ(callHost(kKivServer_SetHTTPResponseStatus, status, &statusSize, message.data(), &messageSize),
+              static_cast<uint32_t>(kHostResult_InvalidValue));
+}
+
 TEST_F(HostCallbacks, RegionAndUrlPaths)
 {
     EXPECT_EQ(out(kKivServer_GetURLPath), "/people/list.html");
@@ -300,7 +322,8 @@ TEST_F(HostCallbacks, FilePathsAreConfinedToTheDataFolder)
     path = (data / "a" / ".." / "b.csv").string();
     EXPECT_EQ(inOut(kKivServer_VerifyRegionContainsFile, path), 0u);
     EXPECT_EQ(path, (data / "b.csv").string());
-    for (std::string refused : {"../outside.csv", "/etc/passwd", "link/escaped.csv", "a/../../x.csv", ""})
+    for (std::string refused : {"../outside.csv", "/etc/passwd", "link/escaped.csv", "a/../../x.csv", "",
+                                "missing/../link/escaped.csv", "missing/../link"})
     {
         std::string attempt = refused;
         EXPECT_EQ(inOut(kKivServer_VerifyRegionContainsFile, attempt),
@@ -310,6 +333,12 @@ TEST_F(HostCallbacks, FilePathsAreConfinedToTheDataFolder)
     std::string sub = "imports";
     EXPECT_EQ(inOut(kKivServer_GetRegionDataFolderPath, sub), 0u);
     EXPECT_EQ(sub, (data / "imports").string());
+    sub = "";
+    EXPECT_EQ(inOut(kKivServer_GetRegionDataFolderPath, sub), 0u);
+    EXPECT_EQ(sub, data.string()) << "an empty sub-path names the data folder itself";
+    sub = "missing/../link";
+    EXPECT_EQ(inOut(kKivServer_GetRegionDataFolderPath, sub),
+              static_cast<uint32_t>(kHostResult_NotAuthorized));
 }
 
 TEST_F(HostCallbacks, PreferencesPersistPerModule)

@@ -1,5 +1,6 @@
 // Request heads, body lengths, forms, query strings and cookies as the server decodes them.
 #include "http/Forms.h"
+#include "http/HttpServer.h"
 #include "http/RequestParser.h"
 
 #include <gtest/gtest.h>
@@ -63,6 +64,9 @@ TEST(RequestHead, RefusesMalformedRequests)
     EXPECT_EQ(parse("GET / HTTP/1.1\r\nHost: x\r\n folded\r\n\r\n", request).errorStatus, 400);
     EXPECT_EQ(parse("G(T / HTTP/1.1\r\nHost: x\r\n\r\n", request).errorStatus, 400);
     EXPECT_EQ(parse("GET / HTTP/1.0\r\nBad Header: x\r\n\r\n", request).errorStatus, 400);
+    EXPECT_EQ(parse("GET / HTTP/1.1\r\nHost: a\r\nhost: b\r\n\r\n", request).errorStatus, 400)
+        << "two Host headers could pick a different region than a proxy checked";
+    EXPECT_EQ(parse("GET / HTTP/1.1\r\nHost: a\r\nContent-Length : 5\r\n\r\n", request).errorStatus, 400);
 }
 
 TEST(RequestHead, AcceptsHttp10WithoutHostAndAbsoluteTargets)
@@ -89,6 +93,31 @@ TEST(RequestBody, LengthComesFromContentLengthWithinTheLimit)
     EXPECT_EQ(determineBodyLength(request, limits).errorStatus, 400);
     request.headers = {{"Transfer-Encoding", "chunked"}};
     EXPECT_EQ(determineBodyLength(request, limits).errorStatus, 411);
+}
+
+TEST(RequestBody, EveryTransferEncodingIsRefusedSoBodiesHaveOneFraming)
+{
+    // A proxy that honours the second header (or "identity") would frame the body
+    // differently from this server and let a request hide inside another.
+    ServerLimits limits;
+    HttpRequest request;
+    request.headers = {{"Transfer-Encoding", "identity"}, {"Content-Length", "5"}};
+    EXPECT_EQ(determineBodyLength(request, limits).errorStatus, 411);
+    request.headers = {
+        {"Content-Length", "5"}, {"Transfer-Encoding", "identity"}, {"transfer-encoding", "chunked"}};
+    EXPECT_EQ(determineBodyLength(request, limits).errorStatus, 411);
+    request.headers = {{"Content-Length", "5"}, {"Content-Length", "5"}};
+    EXPECT_EQ(determineBodyLength(request, limits).length, 5u);
+    request.headers = {{"Content-Length", "+5"}};
+    EXPECT_EQ(determineBodyLength(request, limits).errorStatus, 400);
+    request.headers = {{"Content-Length", "5, 5"}};
+    EXPECT_EQ(determineBodyLength(request, limits).errorStatus, 400);
+}
+
+TEST(RequestBody, ZeroLengthWithoutAnyFramingHeader)
+{
+    ServerLimits limits;
+    HttpRequest request;
     request.headers = {};
     EXPECT_EQ(determineBodyLength(request, limits).length, 0u);
 }
@@ -150,6 +179,44 @@ TEST(Forms, PostArgumentsOnlyForPosts)
     EXPECT_EQ(parsePostArguments(request)->size(), 1u);
     request.headers = {{"Content-Type", "application/json"}};
     EXPECT_TRUE(parsePostArguments(request)->empty());
+}
+
+TEST(Forms, FormsWithTooManyFieldsAreRefused)
+{
+    // A few bytes per field on the wire, two strings per field in memory.
+    HttpRequest request;
+    request.method = "POST";
+    request.headers = {{"Content-Type", "application/x-www-form-urlencoded"}};
+    std::string fields;
+    for (size_t i = 0; i < kMaxFormFields; ++i)
+        fields += "a&";
+    request.body = fields;
+    EXPECT_FALSE(parsePostArguments(request));
+    request.body = fields.substr(0, fields.size() - 4);
+    EXPECT_TRUE(parsePostArguments(request));
+
+    std::string parts;
+    for (size_t i = 0; i <= kMaxFormFields; ++i)
+        parts += "--b\r\nContent-Disposition: form-data; name=\"a\"\r\n\r\nx\r\n";
+    EXPECT_FALSE(parseMultipart(parts + "--b--\r\n", "b"));
+}
+
+TEST(Responses, HeadersThatWouldSplitTheResponseAreNotSent)
+{
+    HttpResponse response;
+    response.addHeader("X-Good", "value\twith tab");
+    response.addHeader("X-Split", "a\r\nSet-Cookie: evil=1");
+    response.addHeader("X-Bare", "a\nSet-Cookie: evil=2");
+    response.addHeader("Bad Name", "x");
+    response.addHeader("Location", std::string("/x\0y", 4));
+    std::string wire = serializeResponse(response, false, false);
+    EXPECT_NE(wire.find("X-Good: value\twith tab\r\n"), std::string::npos);
+    EXPECT_EQ(wire.find("Set-Cookie"), std::string::npos);
+    EXPECT_EQ(wire.find("Bad Name"), std::string::npos);
+    EXPECT_EQ(wire.find("Location"), std::string::npos);
+    EXPECT_TRUE(isSafeHeaderValue("http://example.org/a?b=c d"));
+    EXPECT_FALSE(isSafeHeaderValue("a\x7F"));
+    EXPECT_FALSE(isSafeHeaderName("X:Y"));
 }
 
 TEST(Forms, CookiesAreSplitAndUnquoted)
