@@ -38,6 +38,42 @@ bool hasParentSegment(std::string_view path)
     return false;
 }
 
+// "//manage/./x" reaches the same file as "/manage/x", so the access rules must see one
+// spelling: empty and "." segments are dropped before protected prefixes are compared.
+std::string normalizedUrlPath(std::string_view path)
+{
+    std::string normal;
+    bool folder = false;
+    size_t start = 1;
+    while (start <= path.size())
+    {
+        size_t end = std::min(path.find('/', start), path.size());
+        std::string_view segment = path.substr(start, end - start);
+        folder = segment.empty() || segment == ".";
+        if (!folder)
+            normal.append("/").append(segment);
+        start = end + 1;
+    }
+    if (normal.empty() || folder)
+        normal += '/';
+    return normal;
+}
+
+// A decoded path as it goes back into a Location header: every segment percent-encoded.
+std::string encodedUrlPath(std::string_view path)
+{
+    std::string encoded;
+    size_t start = 1;
+    while (start <= path.size())
+    {
+        size_t end = std::min(path.find('/', start), path.size());
+        encoded += '/';
+        encoded += percentEncode(path.substr(start, end - start));
+        start = end + 1;
+    }
+    return encoded;
+}
+
 bool hasHiddenSegment(std::string_view path)
 {
     return path.find("/.") != std::string_view::npos;
@@ -61,6 +97,23 @@ bool readFile(const fs::path& file, std::string& text)
     content << in.rdbuf();
     text = content.str();
     return text.size() <= kMaxPageBytes;
+}
+
+// Decodes the request's form into the context; answers 400 (and logs it) when the form is
+// malformed or has more fields than the server accepts.
+bool takePostArguments(RequestContext& context, HttpResponse& response)
+{
+    auto arguments = parsePostArguments(context.request);
+    if (arguments)
+    {
+        context.postArguments = std::move(*arguments);
+        return true;
+    }
+    writeServerLog(LogKind::Warning, {context.region.region.name, context.request.path, ""},
+                   "refused a form that is malformed or has more than " + std::to_string(kMaxFormFields) +
+                       " fields from " + context.request.remoteAddress);
+    response = makeErrorResponse(400, "The form data is malformed or has too many fields.");
+    return false;
 }
 
 } // namespace
@@ -89,17 +142,25 @@ bool decodeBasicCredentials(std::string_view header, std::string& user, std::str
 
 bool isSameOrigin(const HttpRequest& request)
 {
-    std::string host = request.headerOr("Host");
+    std::string host = toLower(trim(request.headerOr("Host")));
     if (host.empty())
         return false;
-    std::string expected = "http://" + toLower(host);
-    if (const std::string* origin = request.header("Origin"))
-        return toLower(trim(*origin)) == expected;
-    if (const std::string* referer = request.header("Referer"))
+    // Behind a proxy that ends TLS the browser's origin is https:// while this server sees
+    // plain HTTP; the host and port are what tell another site apart.
+    auto isThisSite = [&](std::string_view address, bool pathAllowed)
     {
-        std::string lowered = toLower(*referer);
-        return lowered == expected || lowered.rfind(expected + "/", 0) == 0;
-    }
+        for (std::string_view scheme : {"http://", "https://"})
+        {
+            std::string expected = std::string(scheme) + host;
+            if (address == expected || (pathAllowed && address.rfind(expected + "/", 0) == 0))
+                return true;
+        }
+        return false;
+    };
+    if (const std::string* origin = request.header("Origin"))
+        return isThisSite(toLower(trim(*origin)), false);
+    if (const std::string* referer = request.header("Referer"))
+        return isThisSite(toLower(trim(*referer)), true);
     return false;
 }
 
@@ -169,6 +230,7 @@ void SiteHandler::handle(HttpRequest& request, HttpResponse& response)
         response = makeErrorResponse(400, "The path is not allowed.");
         return finish();
     }
+    request.path = normalizedUrlPath(path);
 
     bool admin = isAdminPath(path);
     if (admin || isProtected(regionConfig, path))
@@ -192,27 +254,25 @@ void SiteHandler::handle(HttpRequest& request, HttpResponse& response)
     }
 
     if (admin)
-    {
-        if (path + "/" == myConfig.adminPath)
-        {
-            response.status = 301;
-            response.setHeader("Location", myConfig.adminPath);
-            return finish();
-        }
-        RequestContext context(myConfig, region, request);
-        auto postArguments = parsePostArguments(request);
-        if (!postArguments)
-        {
-            response = makeErrorResponse(400, "The form data is malformed.");
-            return finish();
-        }
-        context.postArguments = std::move(*postArguments);
-        myAdminPage.handle(context, response);
-        myHost.finishRequest(context);
-        return finish();
-    }
-    serveResource(region, request, response);
+        serveAdminPage(region, request, response);
+    else
+        serveResource(region, request, response);
     finish();
+}
+
+void SiteHandler::serveAdminPage(RegionState& region, HttpRequest& request, HttpResponse& response)
+{
+    if (request.path + "/" == myConfig.adminPath)
+    {
+        response.status = 301;
+        response.setHeader("Location", myConfig.adminPath);
+        return;
+    }
+    RequestContext context(myConfig, region, request);
+    if (!takePostArguments(context, response))
+        return;
+    myAdminPage.handle(context, response);
+    myHost.finishRequest(context);
 }
 
 void SiteHandler::serveResource(RegionState& region, HttpRequest& request, HttpResponse& response)
@@ -237,12 +297,12 @@ void SiteHandler::serveResource(RegionState& region, HttpRequest& request, HttpR
     {
         if (path.back() != '/')
         {
+            // Built from the normalised path: the raw target could start with "//", which a
+            // browser would read as another host.
             response.status = 301;
-            std::string rawPath = request.target.substr(0, request.target.find('?'));
-            if (rawPath.empty() || rawPath[0] != '/')
-                rawPath = path;
-            response.setHeader(
-                "Location", rawPath + "/" + (request.queryString.empty() ? "" : "?" + request.queryString));
+            response.setHeader("Location",
+                               encodedUrlPath(path) + "/" +
+                                   (request.queryString.empty() ? "" : "?" + request.queryString));
             return;
         }
         for (const auto& index : config.indexFiles)
@@ -295,14 +355,9 @@ void SiteHandler::renderPageFile(RegionState& region, const fs::path& file, Http
         response = makeErrorResponse(500, "The page cannot be read.");
         return;
     }
-    auto postArguments = parsePostArguments(request);
-    if (!postArguments)
-    {
-        response = makeErrorResponse(400, "The form data is malformed.");
-        return;
-    }
     RequestContext context(myConfig, region, request);
-    context.postArguments = std::move(*postArguments);
+    if (!takePostArguments(context, response))
+        return;
     context.physicalPath = file;
     TagDispatcher dispatcher(myHost, context);
     response.body = renderPage(text, dispatcher);

@@ -28,6 +28,7 @@ private:
     bool isProtected(const RegionConfig& region, const std::string& path) const;
     bool isAdminPath(const std::string& path) const;
     bool authenticate(RegionState& region, HttpRequest& request);
+    void serveAdminPage(RegionState& region, HttpRequest& request, HttpResponse& response);
     void serveResource(RegionState& region, HttpRequest& request, HttpResponse& response);
     void applyModuleResponse(const struct ResponseSettings& settings, HttpResponse& response);
 
@@ -38,7 +39,7 @@ private:
 };
 
 // Whether a form post comes from a page of this server: its Origin (or, without one, its
-// Referer) must name the same scheme, host and port as the Host header.
+// Referer) must name the host and port of the Host header, over http or https.
 bool isSameOrigin(const HttpRequest& request);
 
 // The user and password of a Basic Authorization header; false when there is none.

@@ -48,7 +48,11 @@ PAGES = {
     "badheader.html": '<kivStatus header="Content-Length" value="0">',
     "pref.html": '<kivPref key="testPref">',
     "files.html": '<kivFile path="exports/list.csv"> <kivFile path="../outside.txt"> '
-                  '<kivFile path="/etc/passwd">',
+                  '<kivFile path="/etc/passwd"> <kivFile path="missing/../out/list.csv"> '
+                  '<kivFile path="dangling/list.csv">',
+    "inject.html": '<kivStatus header="X-Split" value="a&#13;&#10;Set-Cookie: evil=1">'
+                   '<kivStatus location="/index.html&#13;&#10;Set-Cookie: evil=2">',
+    "sub/inner/page.txt": "inner\n",
     "info.html": "<kivInfo>",
     "slow.html": '<p>start</p><kivSleep ms="1500"><p>done</p>',
     "manage/editor.html": "<p>editor</p>",
@@ -71,6 +75,11 @@ def make_site(base):
     with open(os.path.join(base, "secret.txt"), "w") as out:
         out.write("TOP-SECRET\n")
     os.symlink(outside, os.path.join(site, "escape"))
+    # Links in the data folder that a module's file path must not reach.
+    data = os.path.join(base, "data")
+    os.makedirs(data)
+    os.symlink(outside, os.path.join(data, "out"))
+    os.symlink(os.path.join(outside, "no-such-folder"), os.path.join(data, "dangling"))
     return site
 
 
@@ -310,7 +319,18 @@ class ServerTest(unittest.TestCase):
         text = body.decode("latin-1")
         data = os.path.realpath(os.path.join(self.base, "data"))
         self.assertIn("FILE-OK:" + os.path.join(data, "exports", "list.csv"), text)
-        self.assertEqual(text.count("FILE-REFUSED"), 2)
+        # Two plain escapes, a link reached after a missing folder and "..", a dangling link.
+        self.assertEqual(text.count("FILE-REFUSED"), 4)
+        self.assertTrue(wait_until(lambda: "missing/../out/list.csv" in self.server_log(), 5))
+
+    def test_module_headers_and_redirects_cannot_split_the_response(self):
+        reply = raw_exchange(self.port, b"GET /inject.html HTTP/1.1\r\nHost: x\r\nConnection: close\r\n\r\n")
+        head, _, body = reply.partition(b"\r\n\r\n")
+        self.assertTrue(head.startswith(b"HTTP/1.1 200 "), head[:40])
+        self.assertNotIn(b"Set-Cookie", head)
+        self.assertNotIn(b"X-Split", head)
+        self.assertNotIn(b"Location", head)
+        self.assertIn(b"HEADER-REFUSED", body)
 
     # Administration and access control ------------------------------------------------------
 
@@ -350,6 +370,13 @@ class ServerTest(unittest.TestCase):
         _, _, page = self.get("/pref.html")
         self.assertNotIn(b"evil", page)
 
+    def test_protected_paths_cannot_be_reached_by_another_spelling(self):
+        for path in ("//manage/editor.html", "/./manage/editor.html", "/%2fmanage/editor.html",
+                     "/sub/..%2f..%2fmanage/editor.html", "/manage//editor.html", "/.//manage/editor.html"):
+            reply = raw_exchange(self.port, f"GET {path} HTTP/1.1\r\nHost: x\r\nConnection: close\r\n\r\n".encode())
+            self.assertRegex(reply, rb"^HTTP/1\.1 (400|401) ", path)
+            self.assertNotIn(b"<p>editor</p>", reply, path)
+
     def test_protected_paths_need_a_login(self):
         status, _, _ = self.get("/manage/editor.html")
         self.assertEqual(status, 401)
@@ -378,6 +405,25 @@ class ServerTest(unittest.TestCase):
         status, _, _ = self.get("/nothing-here.html")
         self.assertEqual(status, 404)
 
+    def test_folder_redirects_stay_on_this_site(self):
+        # "//sub" must not become "Location: //sub/", which a browser reads as the host "sub".
+        for path, location in (("//sub", "/sub/"), ("/sub//inner", "/sub/inner/"), ("/sub/./inner?a=1", "/sub/inner/?a=1")):
+            status, headers, _ = self.get(path)
+            self.assertEqual(status, 301, path)
+            self.assertEqual(headers["Location"], location, path)
+
+    def test_directory_listing_encodes_file_names(self):
+        name = '"><img src=x onerror=alert(1)>.txt'
+        with open(os.path.join(self.site, "sub", name), "w") as out:
+            out.write("x")
+        try:
+            status, _, body = self.get("/sub/")
+            self.assertEqual(status, 200)
+            self.assertNotIn(b"<img", body)
+            self.assertIn(b"&lt;img", body)
+        finally:
+            os.remove(os.path.join(self.site, "sub", name))
+
     def test_no_request_reaches_files_outside_the_site(self):
         attempts = ["/../secret.txt", "/%2e%2e/secret.txt", "/sub/%2E%2E/%2e%2e/secret.txt",
                     "/sub/..%2f..%2fsecret.txt", "/escape/secret.txt", "/escape/", "/sub/%5c..%5csecret.txt",
@@ -398,6 +444,35 @@ class ServerTest(unittest.TestCase):
         self.assertTrue(reply.startswith(b"HTTP/1.1 413 "), reply[:40])
         status, _, _ = self.get("/style.css")
         self.assertEqual(status, 200)
+
+    def test_bodies_have_exactly_one_framing(self):
+        smuggled = b"GET /manage/editor.html HTTP/1.1\r\nHost: x\r\n\r\n"
+        attempts = [
+            b"POST /args.html HTTP/1.1\r\nHost: x\r\nContent-Length: %d\r\nTransfer-Encoding: identity\r\n\r\n"
+            % len(smuggled) + smuggled,
+            b"POST /args.html HTTP/1.1\r\nHost: x\r\nTransfer-Encoding: identity\r\nTransfer-Encoding: chunked\r\n"
+            b"Content-Length: 5\r\n\r\n0\r\n\r\n" + smuggled,
+            b"POST /args.html HTTP/1.1\r\nHost: x\r\nContent-Length: 5\r\nContent-Length: 50\r\n\r\nq=1&x" + smuggled,
+            b"GET /args.html HTTP/1.1\r\nHost: x\r\nHost: quiet.test\r\n\r\n",
+        ]
+        for data in attempts:
+            reply = raw_exchange(self.port, data)
+            self.assertRegex(reply, rb"^HTTP/1\.1 (400|411) ", data[:80])
+            self.assertEqual(reply.count(b"HTTP/1.1 "), 1, data[:80])  # nothing after it was served
+
+    def test_forms_with_too_many_fields_are_refused(self):
+        status, _, _ = request(self.port, "POST", "/args.html", body="a&" * 10001,
+                               headers={"Content-Type": "application/x-www-form-urlencoded"})
+        self.assertEqual(status, 400)
+        status, _, _ = request(self.port, "POST", "/args.html", body="a&" * 100,
+                               headers={"Content-Type": "application/x-www-form-urlencoded"})
+        self.assertEqual(status, 200)
+
+    def test_error_pages_do_not_reflect_the_request(self):
+        reply = raw_exchange(self.port, b"GET /%3Cscript%3Ealert(1)%3C/script%3E.txt HTTP/1.1\r\nHost: x\r\n"
+                                        b"Connection: close\r\n\r\n")
+        self.assertTrue(reply.startswith(b"HTTP/1.1 404 "), reply[:40])
+        self.assertNotIn(b"<script>", reply)
 
     def test_slow_clients_are_cut_off(self):
         started = time.time()
