@@ -3,7 +3,9 @@
 
 #include "logging/Log.h"
 
+#include <condition_variable>
 #include <fcntl.h>
+#include <mutex>
 #include <sodium.h>
 #include <stdexcept>
 #include <unistd.h>
@@ -30,6 +32,53 @@ std::string digestOf(std::string_view user, std::string_view password, std::stri
     return std::string(reinterpret_cast<char*>(digest), sizeof digest);
 }
 
+// Every argon2id verification holds 64 MiB for tens of milliseconds; a flood of wrong
+// logins on every connection thread at once would multiply that. At most two run at a
+// time in a process; the others wait their turn.
+class VerificationGate
+{
+public:
+    class Turn
+    {
+    public:
+        explicit Turn(VerificationGate& gate) : myGate(gate)
+        {
+            std::unique_lock<std::mutex> lock(myGate.myMutex);
+            myGate.myFree.wait(lock, [this] { return myGate.myRunning < kMaxRunning; });
+            ++myGate.myRunning;
+        }
+        ~Turn()
+        {
+            {
+                std::lock_guard<std::mutex> lock(myGate.myMutex);
+                --myGate.myRunning;
+            }
+            myGate.myFree.notify_one();
+        }
+        Turn(const Turn&) = delete;
+        Turn& operator=(const Turn&) = delete;
+
+    private:
+        VerificationGate& myGate;
+    };
+
+private:
+    static constexpr int kMaxRunning = 2;
+    std::mutex myMutex;
+    std::condition_variable myFree;
+    int myRunning = 0;
+};
+
+VerificationGate ourVerificationGate;
+
+// Verified instead when the user name is unknown, so that a failed login costs the same
+// time whether or not the name exists: timing must not tell which accounts there are.
+const std::string& unknownUserHash()
+{
+    static const std::string hash = hashPassword("kiv-server: no such user");
+    return hash;
+}
+
 } // namespace
 
 std::string hashPassword(std::string_view password)
@@ -46,6 +95,7 @@ bool verifyPassword(std::string_view hash, std::string_view password)
 {
     initializeSodium();
     std::string terminated(hash);
+    VerificationGate::Turn turn(ourVerificationGate);
     return crypto_pwhash_str_verify(terminated.c_str(), password.data(), password.size()) == 0;
 }
 
@@ -84,6 +134,7 @@ bool UserDirectory::verify(std::string_view user, std::string_view password)
         myVerified.insert(digest);
         return true;
     }
+    verifyPassword(unknownUserHash(), password);
     return false;
 }
 
