@@ -57,16 +57,25 @@ std::string sanitized(std::string_view text)
     return clean;
 }
 
+// Logs are opened at start-up, before any thread writes; a log opened again closes the old file.
+void replaceLog(int& descriptor, const std::filesystem::path& file)
+{
+    int fresh = openLogFile(file);
+    if (descriptor != STDERR_FILENO)
+        ::close(descriptor);
+    descriptor = fresh;
+}
+
 } // namespace
 
 void openServerLog(const std::filesystem::path& file)
 {
-    ourServerLogDescriptor = openLogFile(file);
+    replaceLog(ourServerLogDescriptor, file);
 }
 
 void openAccessLog(const std::filesystem::path& file)
 {
-    ourAccessLogDescriptor = openLogFile(file);
+    replaceLog(ourAccessLogDescriptor, file);
 }
 
 std::string_view logKindName(LogKind kind)
@@ -118,8 +127,13 @@ void writeAccessLog(const AccessRecord& record)
     auto quoted = [](std::string_view text)
     {
         std::string out = "\"";
+        // Backslashes are escaped too, or a value ending in one would swallow the closing quote.
         for (char c : sanitized(text))
-            out += (c == '"') ? std::string("\\\"") : std::string(1, c);
+        {
+            if (c == '"' || c == '\\')
+                out += '\\';
+            out += c;
+        }
         return out + "\"";
     };
     std::string line = sanitized(record.remoteAddress) + " - " +
