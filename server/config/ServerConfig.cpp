@@ -116,6 +116,8 @@ RegionConfig readRegion(const toml::table& table, const fs::path& base, size_t i
     region.showErrors = readBool(table, "show_errors", region.showErrors);
     region.directoryListing = readBool(table, "directory_listing", region.directoryListing);
     region.protectedPaths = readStrings(table, "protected", {});
+    region.refuseMarkup = readBool(table, "refuse_markup", region.refuseMarkup);
+    region.refuseMarkupTags = readStrings(table, "refuse_markup_tags", region.refuseMarkupTags);
     for (const auto& prefix : region.protectedPaths)
         if (prefix.empty() || prefix[0] != '/')
             throw ConfigError("region '" + region.name + "': protected path '" + prefix +

@@ -35,6 +35,11 @@ struct RegionConfig
     std::vector<UserAccount> users;
     std::filesystem::path usersFile; // optional extra accounts ("name = hash" lines)
     std::vector<std::string> protectedPaths;
+    // Pages show database text as it was stored, so a public page that stores what visitors
+    // send would let them plant scripts. On pages outside the protected paths, a request
+    // whose form or query values contain '<' or '>' is refused before any of these tags runs.
+    bool refuseMarkup = true;
+    std::vector<std::string> refuseMarkupTags{"kivModifyDatabase"};
 };
 
 struct ServerLimits

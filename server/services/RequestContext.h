@@ -55,6 +55,10 @@ public:
 
     TagInvocation currentTag;
     bool inTag = false;
+    // Set for public pages when the region refuses markup in visitors' values; a refused
+    // tag does not run, and the page is answered with 400 instead.
+    bool guardMarkup = false;
+    bool refusedMarkup = false;
     ResponseSettings response;
 
     void setPageVariable(std::string_view name, std::string_view value);

@@ -14,10 +14,50 @@ std::optional<uint32_t> TagDispatcher::tagFlags(std::string_view name)
     return tag->flags;
 }
 
+namespace
+{
+
+const std::string* findMarkupValue(const NameValueList& arguments)
+{
+    for (const auto& argument : arguments)
+        if (argument.second.find_first_of("<>") != std::string::npos)
+            return &argument.first;
+    return nullptr;
+}
+
+} // namespace
+
+bool TagDispatcher::refusesMarkup(const TagInvocation& tag)
+{
+    if (!myRequest.guardMarkup)
+        return false;
+    const RegionConfig& region = myRequest.region.region;
+    bool guarded = false;
+    for (const auto& name : region.refuseMarkupTags)
+        guarded = guarded || equalsIgnoringCase(name, tag.name);
+    if (!guarded)
+        return false;
+    const std::string* field = findMarkupValue(myRequest.postArguments);
+    const char* where = "form";
+    if (!field)
+    {
+        field = findMarkupValue(myRequest.pathArguments);
+        where = "query";
+    }
+    if (!field)
+        return false;
+    myRequest.refusedMarkup = true;
+    writeServerLog(LogKind::Warning, {region.name, myRequest.urlPath, tag.name},
+                   std::string("refused a request whose ") + where + " field '" + *field +
+                       "' contains '<' or '>' from " + myRequest.request.remoteAddress +
+                       " (refuse_markup is on for this region)");
+    return true;
+}
+
 std::string TagDispatcher::runTag(const TagInvocation& tag)
 {
     auto [module, registered] = myHost.registry().findTag(tag.name);
-    if (!module)
+    if (!module || myRequest.refusedMarkup || refusesMarkup(tag))
         return {};
     myRequest.currentTag = tag;
     myRequest.inTag = true;

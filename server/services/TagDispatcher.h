@@ -22,6 +22,9 @@ public:
     void reportPageProblem(std::string_view tagName, std::string_view message) override;
 
 private:
+    // Whether the region's markup rule stops this tag; logs the refusal.
+    bool refusesMarkup(const TagInvocation& tag);
+
     ModuleHost& myHost;
     RequestContext& myRequest;
 };

@@ -359,9 +359,16 @@ void SiteHandler::renderPageFile(RegionState& region, const fs::path& file, Http
     if (!takePostArguments(context, response))
         return;
     context.physicalPath = file;
+    context.guardMarkup = config.refuseMarkup && !isProtected(config, request.path);
     TagDispatcher dispatcher(myHost, context);
     response.body = renderPage(text, dispatcher);
     myHost.finishRequest(context);
+    if (context.refusedMarkup)
+    {
+        response = makeErrorResponse(400, "This page does not accept the characters < and > in what is "
+                                          "sent to it. Remove them and try again.");
+        return;
+    }
 
     response.status = 200;
     response.setHeader("Content-Type", "text/html; charset=" + config.pageCharset);

@@ -98,6 +98,30 @@ class ExampleSiteTest(unittest.TestCase):
         _, _, found = request(self.port, "GET", "/people/search.html?city=Reykjavik")
         self.assertIn("Zed Zulu", found)
 
+    def test_markup_in_a_public_form_is_refused_and_not_stored(self):
+        form = urllib.parse.urlencode({"FirstName": "Mallory", "LastName": "<script>alert(1)</script>",
+                                       "City": "Scriptville", "Email": "", "Phone": ""})
+        status, _, body = request(self.port, "POST", "/people/added.html", body=form,
+                                  headers={"Content-Type": "application/x-www-form-urlencoded"})
+        self.assertEqual(status, 400)
+        self.assertIn("&lt; and &gt;", body)
+        self.assertNotIn("<script>", body)
+        _, _, found = request(self.port, "GET", "/people/search.html?city=Scriptville")
+        self.assertNotIn("Mallory", found)
+        # In the query of a page that adds, too: the module may take values from either.
+        status, _, _ = request(self.port, "GET", "/people/added.html?x=%3Cb%3E")
+        self.assertEqual(status, 400)
+
+    def test_a_latin1_name_is_added(self):
+        form = urllib.parse.urlencode({"FirstName": "Ren\u00e9e", "LastName": "M\u00fcller", "City": "G\u00f6ttingen",
+                                       "Email": "", "Phone": ""}, encoding="latin-1")
+        status, _, body = request(self.port, "POST", "/people/added.html", body=form,
+                                  headers={"Content-Type": "application/x-www-form-urlencoded"})
+        self.assertEqual(status, 200)
+        self.assertIn("Records added: 1", body)
+        _, _, found = request(self.port, "GET", "/people/search.html?city=G%F6ttingen")
+        self.assertIn("Ren\u00e9e M\u00fcller", found)
+
     def test_editor_is_protected(self):
         status, _, _ = request(self.port, "GET", "/manage/editor.html")
         self.assertEqual(status, 401)

@@ -37,6 +37,7 @@ root = "site"
 language = "fr"
 protected = ["/manage/"]
 show_errors = false
+refuse_markup_tags = ["kivModifyDatabase", "kivOtherWriter"]
 [region.users]
 admin = "$argon2id$v=19$m=65536,t=2,p=1$x$y"
 
@@ -44,6 +45,7 @@ admin = "$argon2id$v=19$m=65536,t=2,p=1$x$y"
 name = "other"
 root = "/srv/other"
 data = "/srv/other-data"
+refuse_markup = false
 )",
                                       "/etc/kiv");
     EXPECT_EQ(config.port, 9090);
@@ -62,6 +64,10 @@ data = "/srv/other-data"
         << "the data folder defaults to beside the site";
     EXPECT_EQ(www.language, 0x02000000u);
     EXPECT_FALSE(www.showErrors);
+    EXPECT_TRUE(www.refuseMarkup) << "public pages that store visitors' values refuse markup by default";
+    EXPECT_EQ(www.refuseMarkupTags, (std::vector<std::string>{"kivModifyDatabase", "kivOtherWriter"}));
+    EXPECT_FALSE(config.regions[1].refuseMarkup);
+    EXPECT_EQ(config.regions[1].refuseMarkupTags, std::vector<std::string>{"kivModifyDatabase"});
     ASSERT_EQ(www.users.size(), 1u);
     EXPECT_EQ(www.users[0].name, "admin");
     EXPECT_EQ(config.regions[1].dataFolder, fs::path("/srv/other-data"));
