@@ -1,4 +1,7 @@
-// Accepting connections, reading requests within limits, writing responses.
+// Accepting connections, reading requests within limits, writing responses. A pool thread
+// is taken only while a request is read, handled and answered; between requests a
+// keep-alive connection waits in the worker's poller, so idle connections cost no thread
+// and a worker accepts only while it has a thread to serve with.
 #include "http/HttpServer.h"
 
 #include "http/RequestParser.h"
@@ -16,9 +19,12 @@
 #include <netinet/in.h>
 #include <poll.h>
 #include <stdexcept>
+#include <sys/epoll.h>
+#include <sys/eventfd.h>
 #include <sys/socket.h>
 #include <thread>
 #include <unistd.h>
+#include <unordered_map>
 
 namespace kiv
 {
@@ -177,31 +183,37 @@ std::string serializeResponse(const HttpResponse& response, bool headRequest, bo
     return out;
 }
 
-void HttpServer::serveConnection(int socket, const std::string& peerAddress, uint16_t peerPort,
-                                 const std::atomic<bool>& stopRequested)
+// A connection as it goes between the poller and the pool threads.
+struct ServedConnection
 {
-    FileDescriptor connection(socket);
-    std::string buffer;
+    FileDescriptor socket;
+    std::string peerAddress;
+    uint16_t peerPort = 0;
+    std::string buffer; // bytes received after the last request
+    int served = 0;
+    Clock::time_point idleDeadline;
+};
+
+bool HttpServer::serveRequests(ServedConnection& connection, const std::atomic<bool>& stopRequested)
+{
+    int socket = connection.socket.get();
+    std::string& buffer = connection.buffer;
     auto writeDeadline = [this] { return Clock::now() + std::chrono::seconds(myLimits.bodyTimeoutSeconds); };
     auto refuse = [&](int status, const HttpRequest& request)
     {
         HttpResponse response = makeErrorResponse(status);
         sendAll(socket, serializeResponse(response, false, false), writeDeadline());
-        writeAccessLog({peerAddress, "", request.method.empty() ? "-" : request.requestLine(), status,
-                        response.body.size(), "", ""});
+        writeAccessLog({connection.peerAddress, "", request.method.empty() ? "-" : request.requestLine(),
+                        status, response.body.size(), "", ""});
         lingerAndClose(socket);
     };
 
-    for (int served = 0; served < myLimits.maxRequestsPerConnection; ++served)
+    while (connection.served < myLimits.maxRequestsPerConnection)
     {
-        // Waiting for a request: the first one gets the head timeout, later ones the
-        // shorter keep-alive timeout. Once its first byte is here, the head must be
-        // complete within the head timeout.
-        int idleSeconds = served == 0 ? myLimits.headerTimeoutSeconds : myLimits.keepAliveTimeoutSeconds;
-        auto deadline = Clock::now() + std::chrono::seconds(idleSeconds);
-        bool started = !buffer.empty();
-        if (started)
-            deadline = Clock::now() + std::chrono::seconds(myLimits.headerTimeoutSeconds);
+        // The poller hands a connection over once bytes (or its end) arrived, so this is not
+        // an idle wait that a stop should cut short; the whole head must arrive within the
+        // head timeout.
+        auto deadline = Clock::now() + std::chrono::seconds(myLimits.headerTimeoutSeconds);
         HttpRequest request;
         HeadParseResult head;
         while (true)
@@ -209,24 +221,20 @@ void HttpServer::serveConnection(int socket, const std::string& peerAddress, uin
             head = buffer.empty() ? HeadParseResult{} : parseRequestHead(buffer, myLimits, request);
             if (head.status != HeadStatus::Incomplete)
                 break;
-            ReadResult result = receiveSome(socket, buffer, deadline, stopRequested, !started);
+            bool started = !buffer.empty();
+            ReadResult result = receiveSome(socket, buffer, deadline, stopRequested, false);
             if (result == ReadResult::TimedOut && started)
             {
                 refuse(408, request);
-                return;
+                return false;
             }
             if (result != ReadResult::Data)
-                return;
-            if (!started)
-            {
-                started = true;
-                deadline = Clock::now() + std::chrono::seconds(myLimits.headerTimeoutSeconds);
-            }
+                return false;
         }
         if (head.status == HeadStatus::Invalid)
         {
             refuse(head.errorStatus, request);
-            return;
+            return false;
         }
         buffer.erase(0, head.headLength);
 
@@ -234,7 +242,7 @@ void HttpServer::serveConnection(int socket, const std::string& peerAddress, uin
         if (body.errorStatus != 0)
         {
             refuse(body.errorStatus, request);
-            return;
+            return false;
         }
         if (body.length > buffer.size())
         {
@@ -247,16 +255,16 @@ void HttpServer::serveConnection(int socket, const std::string& peerAddress, uin
                 if (result == ReadResult::TimedOut)
                 {
                     refuse(408, request);
-                    return;
+                    return false;
                 }
                 if (result != ReadResult::Data)
-                    return;
+                    return false;
             }
         }
         request.body = buffer.substr(0, body.length);
         buffer.erase(0, body.length);
-        request.remoteAddress = peerAddress;
-        request.remotePort = peerPort;
+        request.remoteAddress = connection.peerAddress;
+        request.remotePort = connection.peerPort;
         request.localPort = myListener.port();
 
         HttpResponse response;
@@ -270,88 +278,241 @@ void HttpServer::serveConnection(int socket, const std::string& peerAddress, uin
                            std::string("request failed with an exception: ") + error.what());
             response = makeErrorResponse(500);
         }
+        ++connection.served;
         bool keepAlive = request.wantsKeepAlive() && !response.closeConnection && !stopRequested.load() &&
-                         served + 1 < myLimits.maxRequestsPerConnection;
+                         connection.served < myLimits.maxRequestsPerConnection;
         std::string wire = serializeResponse(response, request.method == "HEAD", keepAlive);
         bool sent = sendAll(socket, wire, writeDeadline());
-        writeAccessLog({peerAddress, request.user, request.requestLine(), response.status,
+        writeAccessLog({connection.peerAddress, request.user, request.requestLine(), response.status,
                         request.method == "HEAD" ? 0 : response.body.size(), request.headerOr("Referer"),
                         request.headerOr("User-Agent")});
         if (!sent || !keepAlive)
-            return;
+            return false;
+        // A pipelined request already here is served at once; otherwise the thread is freed.
+        if (buffer.empty())
+            return true;
     }
+    return false;
 }
+
+namespace
+{
+
+using ConnectionPointer = std::unique_ptr<ServedConnection>;
+
+// The worker's epoll set: the listening socket (watched only while a thread is free), the
+// connections waiting for their next request, and an eventfd that pool threads use to wake
+// it. Only the thread that runs HttpServer::run touches it.
+class ConnectionPoller
+{
+public:
+    explicit ConnectionPoller(int listener) : myListener(listener)
+    {
+        myEpoll.reset(::epoll_create1(EPOLL_CLOEXEC));
+        myWake.reset(::eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK));
+        if (!myEpoll.isOpen() || !myWake.isOpen())
+            throw std::runtime_error(std::string("cannot create a poller: ") + std::strerror(errno));
+        control(EPOLL_CTL_ADD, myWake.get(), EPOLLIN);
+        control(EPOLL_CTL_ADD, myListener, 0);
+    }
+
+    // Safe from any thread.
+    void wake()
+    {
+        uint64_t one = 1;
+        [[maybe_unused]] ssize_t written = ::write(myWake.get(), &one, sizeof one);
+    }
+
+    void watchListener(bool watch)
+    {
+        if (watch != myListenerWatched)
+            control(EPOLL_CTL_MOD, myListener, watch ? uint32_t(EPOLLIN) : 0u);
+        myListenerWatched = watch;
+    }
+
+    void hold(ConnectionPointer connection)
+    {
+        int socket = connection->socket.get();
+        if (control(EPOLL_CTL_ADD, socket, EPOLLIN | EPOLLRDHUP))
+            myIdle.emplace(socket, std::move(connection));
+    }
+
+    size_t heldCount() const { return myIdle.size(); }
+
+    // Waits for events; returns the connections that have bytes (or their end) to read, and
+    // tells whether the listener has connections waiting.
+    std::vector<ConnectionPointer> wait(int timeoutMilliseconds, bool& listenerReady)
+    {
+        epoll_event events[64];
+        int count = ::epoll_wait(myEpoll.get(), events, 64, timeoutMilliseconds);
+        std::vector<ConnectionPointer> ready;
+        listenerReady = false;
+        for (int i = 0; i < count; ++i)
+        {
+            int descriptor = events[i].data.fd;
+            if (descriptor == myListener)
+                listenerReady = true;
+            else if (descriptor == myWake.get())
+            {
+                uint64_t value = 0;
+                [[maybe_unused]] ssize_t received = ::read(myWake.get(), &value, sizeof value);
+            }
+            else if (auto found = myIdle.find(descriptor); found != myIdle.end())
+            {
+                ::epoll_ctl(myEpoll.get(), EPOLL_CTL_DEL, descriptor, nullptr);
+                ready.push_back(std::move(found->second));
+                myIdle.erase(found);
+            }
+        }
+        return ready;
+    }
+
+    // Closes the connections whose wait for a request has lasted too long.
+    void closeExpired(Clock::time_point now)
+    {
+        for (auto connection = myIdle.begin(); connection != myIdle.end();)
+        {
+            if (connection->second->idleDeadline > now)
+            {
+                ++connection;
+                continue;
+            }
+            ::epoll_ctl(myEpoll.get(), EPOLL_CTL_DEL, connection->first, nullptr);
+            connection = myIdle.erase(connection);
+        }
+    }
+
+private:
+    bool control(int operation, int descriptor, uint32_t events)
+    {
+        epoll_event event{};
+        event.events = events;
+        event.data.fd = descriptor;
+        return ::epoll_ctl(myEpoll.get(), operation, descriptor, &event) == 0;
+    }
+
+    int myListener;
+    FileDescriptor myEpoll;
+    FileDescriptor myWake;
+    bool myListenerWatched = false;
+    std::unordered_map<int, ConnectionPointer> myIdle;
+};
+
+// What the poller and the pool threads share.
+struct WorkQueue
+{
+    std::mutex mutex;
+    std::condition_variable available;
+    std::deque<ConnectionPointer> ready;    // have a request to serve
+    std::vector<ConnectionPointer> waiting; // back from a thread, to wait for their next request
+    int busyThreads = 0;
+    bool stopping = false;
+};
+
+ConnectionPointer acceptConnection(int listener, int headerTimeoutSeconds)
+{
+    sockaddr_in peer{};
+    socklen_t length = sizeof peer;
+    // Every worker process polls the same socket; the ones that lose the race get EAGAIN.
+    int socket =
+        ::accept4(listener, reinterpret_cast<sockaddr*>(&peer), &length, SOCK_CLOEXEC | SOCK_NONBLOCK);
+    if (socket < 0)
+        return nullptr;
+    auto connection = std::make_unique<ServedConnection>();
+    connection->socket.reset(socket);
+    char address[INET_ADDRSTRLEN] = "";
+    inet_ntop(AF_INET, &peer.sin_addr, address, sizeof address);
+    connection->peerAddress = address;
+    connection->peerPort = ntohs(peer.sin_port);
+    connection->idleDeadline = Clock::now() + std::chrono::seconds(headerTimeoutSeconds);
+    return connection;
+}
+
+} // namespace
 
 void HttpServer::run(const std::atomic<bool>& stopRequested)
 {
-    struct PendingConnection
-    {
-        int socket;
-        std::string address;
-        uint16_t port;
-    };
-    std::mutex mutex;
-    std::condition_variable available;
-    std::deque<PendingConnection> queue;
-    bool accepting = true;
-    const size_t maxQueued = static_cast<size_t>(myThreads) * 64;
+    ConnectionPoller poller(myListener.descriptor());
+    WorkQueue work;
+    // Beyond this many connections held a worker stops accepting and leaves new ones to the
+    // other workers (or to the listen backlog).
+    const size_t maxHeld = static_cast<size_t>(myThreads) * 64;
 
+    auto serveFromQueue = [&]
+    {
+        while (true)
+        {
+            ConnectionPointer next;
+            {
+                std::unique_lock<std::mutex> lock(work.mutex);
+                work.available.wait(lock, [&] { return !work.ready.empty() || work.stopping; });
+                if (work.ready.empty())
+                    return;
+                next = std::move(work.ready.front());
+                work.ready.pop_front();
+                ++work.busyThreads;
+            }
+            bool keep = serveRequests(*next, stopRequested);
+            {
+                std::lock_guard<std::mutex> lock(work.mutex);
+                --work.busyThreads;
+                if (keep)
+                {
+                    next->idleDeadline =
+                        Clock::now() + std::chrono::seconds(myLimits.keepAliveTimeoutSeconds);
+                    work.waiting.push_back(std::move(next));
+                }
+            }
+            next.reset(); // a connection that is done closes here
+            poller.wake();
+        }
+    };
     std::vector<std::thread> pool;
     for (int i = 0; i < myThreads; ++i)
-    {
-        pool.emplace_back(
-            [&]
-            {
-                while (true)
-                {
-                    PendingConnection next;
-                    {
-                        std::unique_lock<std::mutex> lock(mutex);
-                        available.wait(lock, [&] { return !queue.empty() || !accepting; });
-                        if (queue.empty())
-                            return;
-                        next = std::move(queue.front());
-                        queue.pop_front();
-                    }
-                    serveConnection(next.socket, next.address, next.port, stopRequested);
-                }
-            });
-    }
+        pool.emplace_back(serveFromQueue);
 
     while (!stopRequested.load())
     {
-        pollfd poller{myListener.descriptor(), POLLIN, 0};
-        int ready = ::poll(&poller, 1, kPollSliceMilliseconds);
-        if (ready <= 0)
-            continue;
-        sockaddr_in peer{};
-        socklen_t length = sizeof peer;
-        // Every worker process polls the same socket; the ones that lose the race get EAGAIN.
-        int socket = ::accept4(myListener.descriptor(), reinterpret_cast<sockaddr*>(&peer), &length,
-                               SOCK_CLOEXEC | SOCK_NONBLOCK);
-        if (socket < 0)
-            continue;
-        char address[INET_ADDRSTRLEN] = "";
-        inet_ntop(AF_INET, &peer.sin_addr, address, sizeof address);
-        std::unique_lock<std::mutex> lock(mutex);
-        if (queue.size() >= maxQueued)
+        size_t freeThreads = 0;
         {
-            lock.unlock();
-            HttpResponse busy = makeErrorResponse(503, "The server is busy. Try again in a moment.");
-            sendAll(socket, serializeResponse(busy, false, false), Clock::now() + std::chrono::seconds(1));
-            ::close(socket);
-            continue;
+            std::lock_guard<std::mutex> lock(work.mutex);
+            for (auto& connection : work.waiting)
+                poller.hold(std::move(connection));
+            work.waiting.clear();
+            size_t taken = static_cast<size_t>(work.busyThreads) + work.ready.size();
+            freeThreads = taken < static_cast<size_t>(myThreads) ? myThreads - taken : 0;
         }
-        queue.push_back({socket, address, ntohs(peer.sin_port)});
-        available.notify_one();
+        poller.watchListener(freeThreads > 0 && poller.heldCount() < maxHeld);
+        bool listenerReady = false;
+        std::vector<ConnectionPointer> ready = poller.wait(kPollSliceMilliseconds, listenerReady);
+        // Accept only as many as there are free threads: the rest stay in the backlog for a
+        // worker that has time for them.
+        for (size_t accepted = 0; listenerReady && accepted < freeThreads; ++accepted)
+        {
+            ConnectionPointer connection =
+                acceptConnection(myListener.descriptor(), myLimits.headerTimeoutSeconds);
+            if (!connection)
+                break;
+            poller.hold(std::move(connection));
+        }
+        if (!ready.empty())
+        {
+            std::lock_guard<std::mutex> lock(work.mutex);
+            for (auto& connection : ready)
+                work.ready.push_back(std::move(connection));
+        }
+        for (size_t i = 0; i < ready.size(); ++i)
+            work.available.notify_one();
+        poller.closeExpired(Clock::now());
     }
     {
-        std::lock_guard<std::mutex> lock(mutex);
-        accepting = false;
+        std::lock_guard<std::mutex> lock(work.mutex);
+        work.stopping = true;
     }
-    available.notify_all();
+    work.available.notify_all();
     for (auto& thread : pool)
         thread.join();
+    // Idle keep-alive connections are closed with the poller.
 }
 
 } // namespace kiv

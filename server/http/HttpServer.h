@@ -1,7 +1,8 @@
 // The HTTP/1.1 connection layer: a listening socket that is bound once (before the worker
 // processes are forked) and a server that accepts on it, reads each request within the
-// size and time limits, hands it to the site, and writes the response. Connections are
-// served concurrently by a small pool of threads.
+// size and time limits, hands it to the site, and writes the response. Requests are
+// served concurrently by a small pool of threads; between requests a keep-alive connection
+// waits in an epoll set, not in a thread.
 #pragma once
 
 #include "common/FileDescriptor.h"
@@ -30,6 +31,8 @@ private:
     uint16_t myPort = 0;
 };
 
+struct ServedConnection;
+
 using RequestHandler = std::function<void(HttpRequest&, HttpResponse&)>;
 
 class HttpServer
@@ -42,8 +45,9 @@ public:
     void run(const std::atomic<bool>& stopRequested);
 
 private:
-    void serveConnection(int socket, const std::string& peerAddress, uint16_t peerPort,
-                         const std::atomic<bool>& stopRequested);
+    // Serves the requests that have arrived on the connection; true when it stays open for
+    // the next one.
+    bool serveRequests(ServedConnection& connection, const std::atomic<bool>& stopRequested);
 
     const Listener& myListener;
     ServerLimits myLimits;

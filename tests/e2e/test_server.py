@@ -89,7 +89,7 @@ def password_hash():
     return result.stdout.strip()
 
 
-def write_config(base, site, workers=2):
+def write_config(base, site, workers=2, keep_alive=2):
     config = os.path.join(base, "server.toml")
     with open(config, "w") as out:
         out.write(f"""
@@ -108,7 +108,7 @@ max_header_bytes = 8192
 max_body_bytes = 65536
 header_timeout = 2
 body_timeout = 3
-keep_alive_timeout = 2
+keep_alive_timeout = {keep_alive}
 
 [[region]]
 name = "main"
@@ -528,6 +528,39 @@ class LifecycleTest(unittest.TestCase):
             with open(marker) as lines:
                 self.assertEqual(lines.read().count("terminated"), 2)  # 'MTrm' in each worker
         finally:
+            shutil.rmtree(base, ignore_errors=True)
+
+    def test_idle_keep_alive_connections_do_not_hold_the_threads(self):
+        # One worker with four threads and more idle keep-alive connections than threads: a
+        # new visitor is still served, long before the idle connections time out.
+        base = tempfile.mkdtemp(prefix="kiv-e2e-idle-")
+        server = None
+        idle = []
+        try:
+            site = make_site(base)
+            server = Server(write_config(base, site, workers=1, keep_alive=60))
+            for _ in range(6):
+                connection = http.client.HTTPConnection("127.0.0.1", server.port, timeout=30)
+                connection.request("GET", "/style.css")
+                response = connection.getresponse()
+                response.read()
+                self.assertEqual(response.status, 200)
+                self.assertEqual(response.headers["Connection"], "keep-alive")
+                idle.append(connection)
+            connection = http.client.HTTPConnection("127.0.0.1", server.port, timeout=15)
+            connection.request("GET", "/?q=fresh")
+            response = connection.getresponse()
+            self.assertEqual(response.status, 200)
+            self.assertIn(b"q=fresh", response.read())
+            connection.close()
+            # The idle ones still answer their next request.
+            idle[0].request("GET", "/style.css")
+            self.assertEqual(idle[0].getresponse().status, 200)
+        finally:
+            for connection in idle:
+                connection.close()
+            if server:
+                server.stop()
             shutil.rmtree(base, ignore_errors=True)
 
     def test_requests_in_flight_finish_when_the_server_stops(self):
