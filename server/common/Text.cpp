@@ -76,8 +76,16 @@ std::string htmlEncode(std::string_view text)
         case '\'':
             encoded += "&#39;";
             break;
-        default:
+        case '\t':
+        case '\r':
+        case '\n':
             encoded += c;
+            break;
+        default:
+            // A NUL or other control byte has no place in HTML text, and a browser may
+            // read it differently from whatever filtered the page.
+            if (static_cast<unsigned char>(c) >= 0x20 && c != '\x7F')
+                encoded += c;
         }
     }
     return encoded;

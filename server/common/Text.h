@@ -23,7 +23,8 @@ bool startsWithIgnoringCase(std::string_view text, std::string_view prefix);
 size_t findIgnoringCase(std::string_view text, std::string_view needle, size_t position = 0);
 std::string_view trim(std::string_view text, std::string_view characters = " \t\r\n");
 
-// &, <, >, " and ' become character references; every other byte passes unchanged.
+// &, <, >, " and ' become character references; control bytes other than tab, CR and LF
+// (a NUL from "%00", DEL) are dropped; every other byte passes unchanged.
 std::string htmlEncode(std::string_view text);
 // Decodes the common named references and numeric references up to 255; anything else
 // (including unknown names) is left as written.

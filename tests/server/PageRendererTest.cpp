@@ -77,6 +77,16 @@ TEST(PageRenderer, PlaceholdersInPageTextAreHtmlEncoded)
         << "text that is not a complete placeholder stays as written";
 }
 
+TEST(PageRenderer, ControlBytesAreDroppedFromEncodedPlaceholderValues)
+{
+    RecordingEnvironment environment;
+    environment.pathArguments["n"] = std::string("a\0b\x01\x1f\x7f\tc\r\nd\xE9", 12);
+    EXPECT_EQ(renderPage("[&kivPathArgument(n);]", environment), "[ab\tc\r\nd\xE9]")
+        << "a %00 in the query must not reach the page as a NUL byte";
+    environment.variables["v"] = std::string("x\0y", 3);
+    EXPECT_EQ(substitutePlaceholders("&kivPageVariable(v);", environment, true), "xy");
+}
+
 TEST(PageRenderer, ContainerBodiesAreRenderedOrPassedRawByTheirFlags)
 {
     RecordingEnvironment environment;
