@@ -45,7 +45,8 @@ public:
 
     ModuleRegistry& registry() { return myRegistry; }
 
-    // Sends 'MIni' to every loaded module and logs those that fail; returns how many did.
+    // Sends 'MIni' to every loaded module and logs those that fail; returns the number of
+    // modules that failed (0 when all started).
     int initializeAll();
     // Sends 'MTrm' to every initialised module.
     void terminateAll();
