@@ -125,22 +125,25 @@ private:
                 textMatch(node, *field, "CAST(" + column + " AS TEXT)", out);
                 return result::kSuccess;
             }
-            SqlBinding binding;
+            // Each kind of value is bound where it is known: a default-constructed binding
+            // assigned later makes GCC suspect the variant's copy reads it uninitialised.
+            const auto compareWith = [&](SqlBinding binding)
+            {
+                out = "(" + column + " " + symbol + " " + bind(std::move(binding)) + ")";
+                return result::kSuccess;
+            };
             if (field->type() == FieldType::Boolean)
             {
                 const auto truth = parseTruth(value);
                 if (!truth || value.empty())
                     return badValue(node, *field, "is not true or false (write 1, 0, true or false).");
-                binding = int64_t(*truth);
+                return compareWith(int64_t(*truth));
             }
-            else if (const auto whole = parseInteger(value))
-                binding = *whole;
-            else if (const auto real = parseDouble(value))
-                binding = *real;
-            else
-                return badValue(node, *field, "is not a number.");
-            out = "(" + column + " " + symbol + " " + bind(binding) + ")";
-            return result::kSuccess;
+            if (const auto whole = parseInteger(value))
+                return compareWith(*whole);
+            if (const auto real = parseDouble(value))
+                return compareWith(*real);
+            return badValue(node, *field, "is not a number.");
         }
         }
         return badValue(node, *field, "cannot be compared: the field has an unknown type.");
