@@ -270,32 +270,48 @@ std::optional<int64_t> valueAsInteger(const FieldValue& value)
     return 0;
 }
 
+namespace
+{
+// ASCII and Latin-1 capitals to small letters (not the multiplication sign), as a table: the
+// collation of case-insensitive text fields calls compareFolded for every comparison.
+struct FoldTable
+{
+    unsigned char byte[256];
+    constexpr FoldTable() : byte()
+    {
+        for (int c = 0; c < 256; ++c)
+            byte[c] = (c >= 'A' && c <= 'Z') || (c >= 0xC0 && c <= 0xDE && c != 0xD7) ? c + 32 : c;
+    }
+};
+constexpr FoldTable kFold;
+} // namespace
+
 unsigned char foldCase(unsigned char c)
 {
-    if (c >= 'A' && c <= 'Z')
-        return c + 32;
-    if (c >= 0xC0 && c <= 0xDE && c != 0xD7)
-        return c + 32;
-    return c;
+    return kFold.byte[c];
 }
 
 std::string foldCase(std::string_view text)
 {
     std::string folded(text);
     for (auto& c : folded)
-        c = char(foldCase(static_cast<unsigned char>(c)));
+        c = char(kFold.byte[static_cast<unsigned char>(c)]);
     return folded;
 }
 
 int compareFolded(std::string_view a, std::string_view b)
 {
     const size_t common = std::min(a.size(), b.size());
+    const auto* left = reinterpret_cast<const unsigned char*>(a.data());
+    const auto* right = reinterpret_cast<const unsigned char*>(b.data());
     for (size_t i = 0; i < common; ++i)
     {
-        const int left = foldCase(static_cast<unsigned char>(a[i]));
-        const int right = foldCase(static_cast<unsigned char>(b[i]));
-        if (left != right)
-            return left < right ? -1 : 1;
+        if (left[i] == right[i])
+            continue;
+        const int l = kFold.byte[left[i]];
+        const int r = kFold.byte[right[i]];
+        if (l != r)
+            return l < r ? -1 : 1;
     }
     return a.size() == b.size() ? 0 : (a.size() < b.size() ? -1 : 1);
 }
