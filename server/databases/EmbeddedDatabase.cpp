@@ -1,6 +1,6 @@
-// One open embedded database: fields, the record buffer, searches and the cursor. Searches
-// keep only the matching row ids (8 bytes a record); field values are read one record at a
-// time as the cursor moves, through statements prepared once per connection.
+// One open embedded database: fields, the record buffer, searches and the cursor. A search
+// counts its matches and reads their row ids a window at a time as the cursor moves; field
+// values are read one record at a time, through statements prepared once per connection.
 #include "EmbeddedDatabase.h"
 
 #include "CsvFormat.h"
@@ -10,9 +10,10 @@
 #include "SearchLanguage.h"
 #include "SearchToSql.h"
 
-
 #include <algorithm>
 #include <fstream>
+#include <type_traits>
+#include <variant>
 
 namespace kiv::db
 {
@@ -59,6 +60,27 @@ std::string_view stripParentheses(std::string_view name)
         return name.substr(1, name.size() - 2);
     return name;
 }
+
+void bindAll(SqliteStatement& statement, const std::vector<SqlBinding>& bindings)
+{
+    for (size_t i = 0; i < bindings.size(); ++i)
+        std::visit(
+            [&](const auto& value)
+            {
+                using T = std::decay_t<decltype(value)>;
+                if constexpr (std::is_same_v<T, int64_t>)
+                    statement.bindInteger(int(i) + 1, value);
+                else if constexpr (std::is_same_v<T, double>)
+                    statement.bindDouble(int(i) + 1, value);
+                else
+                    statement.bindText(int(i) + 1, value);
+            },
+            bindings[i]);
+}
+
+// The first window of row ids a cursor reads; each further window in a walk is twice as large,
+// so walking n results costs O(n) however far the walk goes.
+constexpr size_t kFirstWindow = 64;
 } // namespace
 
 EmbeddedDatabase::EmbeddedDatabase(std::string name, std::filesystem::path file, DatabaseLock lock,
@@ -171,12 +193,10 @@ const FieldDefinition* EmbeddedDatabase::fieldAt(size_t index) const
 
 std::optional<size_t> EmbeddedDatabase::fieldIndex(std::string_view name) const
 {
-    const auto& all = fields();
-    for (const std::string_view candidate : {name, stripParentheses(name)})
-        for (size_t i = 0; i < all.size(); ++i)
-            if (compareFolded(all[i].name, candidate) == 0)
-                return i;
-    return std::nullopt;
+    if (const auto index = myConnection->fieldIndex(name))
+        return index;
+    const auto stripped = stripParentheses(name);
+    return stripped.size() == name.size() ? std::nullopt : myConnection->fieldIndex(stripped);
 }
 
 const FieldDefinition* EmbeddedDatabase::findField(std::string_view name) const
@@ -339,49 +359,60 @@ void EmbeddedDatabase::bindValue(SqliteStatement& statement, int index, const Fi
         statement.bindNull(index);
 }
 
-FieldValue EmbeddedDatabase::readColumn(SqliteStatement& statement, int column, const FieldDefinition& field)
+void EmbeddedDatabase::readColumn(SqliteStatement& statement, int column, const FieldDefinition& field,
+                                  FieldValue& value)
 {
-    const bool isNull = statement.columnType(column) == SQLITE_NULL;
+    const auto assignText = [&]()
+    {
+        // A walk over the results reads record after record into the same buffer: keep the
+        // string's memory.
+        if (auto* text = std::get_if<std::string>(&value))
+            text->assign(statement.columnText(column));
+        else
+            value = std::string(statement.columnText(column));
+    };
     switch (field.type())
     {
     case FieldType::Float:
-        return statement.columnDouble(column);
+        value = statement.columnDouble(column);
+        return;
     case FieldType::Number:
-        if (isNull)
-            return std::monostate();
-        return std::string(statement.columnText(column));
+        if (statement.columnType(column) == SQLITE_NULL)
+            value = std::monostate();
+        else
+            assignText();
+        return;
     case FieldType::Text:
     case FieldType::LongText:
-        return std::string(statement.columnText(column));
+        assignText();
+        return;
     default:
-        return statement.columnInteger(column);
+        value = statement.columnInteger(column);
     }
 }
 
 bool EmbeddedDatabase::readRecord(int64_t rowID, std::vector<FieldValue>& values)
 {
+    // One statement per record; `values` is left alone when the record no longer exists.
     auto& select = myConnection->selectRecord();
     StatementScope scope(select);
     select.bindInteger(1, rowID);
     if (!select.step())
         return false;
     const auto& all = fields();
-    values.clear();
-    values.reserve(all.size());
+    values.resize(all.size());
     for (size_t i = 0; i < all.size(); ++i)
-        values.push_back(readColumn(select, int(i) + 1, all[i]));
+        readColumn(select, int(i) + 1, all[i], values[i]);
     return true;
 }
 
 bool EmbeddedDatabase::loadRecord(int64_t rowID)
 {
-    std::vector<FieldValue> values;
-    if (!readRecord(rowID, values))
+    if (!readRecord(rowID, myRecord.values))
         return false;
     myRecord.valid = true;
     myRecord.isNew = false;
     myRecord.rowID = rowID;
-    myRecord.values = std::move(values);
     myRecord.changed.assign(fields().size(), false);
     return true;
 }
@@ -470,6 +501,7 @@ uint32_t EmbeddedDatabase::addRecord()
         return fail(result::kNoCurrentRecord, "Create a record before adding it.");
     try
     {
+        completeResults();
         SqliteTransaction transaction(myConnection->sql());
         int64_t rowID = 0;
         insertValues(myRecord.values, {}, rowID);
@@ -501,6 +533,7 @@ uint32_t EmbeddedDatabase::updateRecord()
         }
     try
     {
+        completeResults();
         if (changed.empty())
         {
             std::vector<FieldValue> ignored;
@@ -554,6 +587,7 @@ uint32_t EmbeddedDatabase::deleteRecord(const InputValue& uniqueID)
         std::vector<int64_t> rowIDs;
         if (const uint32_t code = findByUniqueID(uniqueID, rowIDs); code != result::kSuccess)
             return code;
+        completeResults();
         SqliteTransaction transaction(myConnection->sql());
         auto& remove = myConnection->statement("delete-row", "DELETE FROM kiv_records WHERE kiv_rowid = ?");
         for (const int64_t rowID : rowIDs)
@@ -622,14 +656,9 @@ uint32_t EmbeddedDatabase::executeSearch(std::string_view text)
         return fail(code, message);
     try
     {
-        std::string query = "SELECT kiv_rowid FROM kiv_records";
-        if (!sql.where.empty())
-            query += " WHERE " + sql.where;
-        query += " ORDER BY " + sql.orderBy;
-        SqliteStatement select;
         try
         {
-            select = myConnection->sql().prepare(query);
+            startResults(sql.where, sql.orderBy, std::move(sql.bindings));
         }
         catch (const SqliteError& error)
         {
@@ -639,25 +668,7 @@ uint32_t EmbeddedDatabase::executeSearch(std::string_view text)
                 throw;
             return fail(result::kImproperFormat, "The search is too complex; simplify it.");
         }
-        for (size_t i = 0; i < sql.bindings.size(); ++i)
-            std::visit(
-                [&](const auto& value)
-                {
-                    using T = std::decay_t<decltype(value)>;
-                    if constexpr (std::is_same_v<T, int64_t>)
-                        select.bindInteger(int(i) + 1, value);
-                    else if constexpr (std::is_same_v<T, double>)
-                        select.bindDouble(int(i) + 1, value);
-                    else
-                        select.bindText(int(i) + 1, value);
-                },
-                sql.bindings[i]);
-        std::vector<int64_t> rowIDs;
-        while (select.step())
-            rowIDs.push_back(select.columnInteger(0));
-        myResults = std::move(rowIDs);
         mySearchActive = true;
-        myCursor.reset();
     }
     catch (const SqliteError& error)
     {
@@ -666,34 +677,119 @@ uint32_t EmbeddedDatabase::executeSearch(std::string_view text)
     return result::kSuccess;
 }
 
+void EmbeddedDatabase::startResults(const std::string& condition, const std::string& orderBy,
+                                    std::vector<SqlBinding> bindings)
+{
+    const std::string where = condition.empty() ? std::string() : " WHERE " + condition;
+    Results results;
+    results.rowsSql =
+        "SELECT kiv_rowid FROM kiv_records" + where + " ORDER BY " + orderBy + " LIMIT ? OFFSET ?";
+    results.bindings = std::move(bindings);
+    myConnection->searchStatement(results.rowsSql); // prepared now, so a search SQLite refuses fails here
+    // The count and the data version from one snapshot.
+    SqliteTransaction snapshot(myConnection->sql(), false);
+    auto& count = myConnection->searchStatement("SELECT COUNT(*) FROM kiv_records" + where);
+    {
+        StatementScope scope(count);
+        bindAll(count, results.bindings);
+        count.step();
+        results.count = size_t(std::max<int64_t>(count.columnInteger(0), 0));
+    }
+    auto& version = myConnection->statement("data-version", "PRAGMA data_version");
+    {
+        StatementScope scope(version);
+        version.step();
+        results.dataVersion = version.columnInteger(0);
+    }
+    snapshot.commit();
+    results.complete = results.count == 0;
+    myResults = std::move(results);
+    myCursor.reset();
+}
+
 void EmbeddedDatabase::ensureResults()
 {
-    if (myResults)
-        return;
-    auto& select =
-        myConnection->statement("all-rows", "SELECT kiv_rowid FROM kiv_records ORDER BY kiv_rowid");
+    if (!myResults)
+        startResults("", "kiv_rowid", {});
+}
+
+void EmbeddedDatabase::readRowIDs(size_t offset, size_t limit, std::vector<int64_t>& rowIDs)
+{
+    auto& select = myConnection->searchStatement(myResults->rowsSql);
     StatementScope scope(select);
-    std::vector<int64_t> rowIDs;
+    bindAll(select, myResults->bindings);
+    const int next = int(myResults->bindings.size()) + 1;
+    select.bindInteger(next, limit == SIZE_MAX ? -1 : int64_t(limit));
+    select.bindInteger(next + 1, int64_t(offset));
+    rowIDs.clear();
     while (select.step())
         rowIDs.push_back(select.columnInteger(0));
-    myResults = std::move(rowIDs);
+}
+
+void EmbeddedDatabase::completeResults()
+{
+    // Also when someone changed the database since the count: the results then become the
+    // matches as they are now.
+    if (!myResults || myResults->complete)
+        return;
+    readRowIDs(0, SIZE_MAX, myResults->rowIDs);
+    myResults->count = myResults->rowIDs.size();
+    myResults->windowStart = 0;
+    myResults->complete = true;
+}
+
+std::optional<int64_t> EmbeddedDatabase::rowAt(size_t index, int step)
+{
+    auto& results = *myResults;
+    if (index >= results.count)
+        return std::nullopt;
+    if (!results.complete &&
+        (index < results.windowStart || index - results.windowStart >= results.rowIDs.size()))
+    {
+        const size_t size = std::max(kFirstWindow, results.rowIDs.size() * 2);
+        const size_t start = step >= 0 ? index : (index + 1 >= size ? index + 1 - size : 0);
+        std::vector<int64_t> window;
+        int64_t dataVersion = 0;
+        {
+            SqliteTransaction snapshot(myConnection->sql(), false);
+            readRowIDs(start, size, window);
+            auto& version = myConnection->statement("data-version", "PRAGMA data_version");
+            StatementScope scope(version);
+            version.step();
+            dataVersion = version.columnInteger(0);
+            snapshot.commit();
+        }
+        if (dataVersion != results.dataVersion)
+            completeResults();
+        else
+        {
+            results.windowStart = start;
+            results.rowIDs = std::move(window);
+            results.complete = start == 0 && results.rowIDs.size() >= results.count;
+        }
+        if (index >= results.count)
+            return std::nullopt;
+    }
+    if (results.complete)
+        return index < results.rowIDs.size() ? std::optional<int64_t>(results.rowIDs[index]) : std::nullopt;
+    const size_t offset = index - results.windowStart;
+    return offset < results.rowIDs.size() ? std::optional<int64_t>(results.rowIDs[offset]) : std::nullopt;
 }
 
 uint32_t EmbeddedDatabase::resultCount(uint32_t& count)
 {
     if (!mySearchActive)
         return recordCount(count);
-    count = uint32_t(std::min<size_t>(myResults->size(), UINT32_MAX));
+    count = uint32_t(std::min<size_t>(myResults->count, UINT32_MAX));
     return result::kSuccess;
 }
 
 uint32_t EmbeddedDatabase::settleAt(size_t index, int step, uint32_t noRecord)
 {
     // Records deleted since the search are passed over.
-    const auto& rowIDs = *myResults;
-    while (index < rowIDs.size())
+    while (const auto rowID = rowAt(index, step))
     {
-        if (loadRecord(rowIDs[index]))
+        if (loadRecord(*rowID))
         {
             myCursor = index;
             return result::kSuccess;
@@ -737,9 +833,9 @@ uint32_t EmbeddedDatabase::moveLast()
             if (!mySearchActive)
                 myResults.reset();
             ensureResults();
-            if (myResults->empty())
+            if (myResults->count == 0)
                 return result::kEndOfFile;
-            return settleAt(myResults->size() - 1, -1, result::kEndOfFile);
+            return settleAt(myResults->count - 1, -1, result::kEndOfFile);
         });
 }
 
@@ -782,7 +878,8 @@ uint32_t EmbeddedDatabase::moveTo(const InputValue& uniqueID)
             if (!mySearchActive)
                 myResults.reset();
             ensureResults();
-            const auto& results = *myResults;
+            completeResults();
+            const auto& results = myResults->rowIDs;
             for (size_t index = 0; index < results.size(); ++index)
                 if (results[index] == rowIDs.front() && loadRecord(results[index]))
                 {
@@ -821,8 +918,9 @@ uint32_t EmbeddedDatabase::exportRecords(const std::filesystem::path& file, std:
                 if (!mySearchActive)
                     myResults.reset();
                 ensureResults();
+                completeResults();
                 std::vector<FieldValue> values;
-                for (const int64_t rowID : *myResults)
+                for (const int64_t rowID : myResults->rowIDs)
                 {
                     if (!readRecord(rowID, values))
                         continue;
@@ -883,6 +981,7 @@ uint32_t EmbeddedDatabase::importRows(CsvReader& reader, const std::vector<size_
     std::string where;
     try
     {
+        completeResults();
         // One transaction: a bad row imports nothing.
         SqliteTransaction transaction(myConnection->sql());
         std::vector<std::string> cells;

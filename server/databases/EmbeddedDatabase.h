@@ -8,6 +8,7 @@
 #include "DatabaseLock.h"
 #include "EmbeddedStore.h"
 #include "FieldTypes.h"
+#include "SearchToSql.h"
 #include "SqliteHandles.h"
 
 #include <cstdint>
@@ -95,14 +96,33 @@ private:
     uint32_t conversionFailure(ConversionError error, const FieldDefinition& field);
 
     void bindValue(SqliteStatement& statement, int index, const FieldValue& value);
-    FieldValue readColumn(SqliteStatement& statement, int column, const FieldDefinition& field);
+    void readColumn(SqliteStatement& statement, int column, const FieldDefinition& field, FieldValue& value);
     std::vector<FieldValue> defaultValues() const;
     bool readRecord(int64_t rowID, std::vector<FieldValue>& values);
     bool loadRecord(int64_t rowID);
     // Inside a transaction the caller holds. Auto-unique fields get the next value unless
     // `given` says the caller supplied one (an import keeps the IDs it reads).
     void insertValues(std::vector<FieldValue>& values, const std::vector<bool>& given, int64_t& rowID);
+    // A search's results: counted when the search runs, their row ids read a window at a time
+    // as the cursor needs them. The window query runs only while no one has changed the
+    // database since the count, so it sees exactly the records the count saw; otherwise, and
+    // before this handle changes records itself, every row id is read at once and kept.
+    struct Results
+    {
+        std::string rowsSql; // the row ids in order, "LIMIT ? OFFSET ?" after the bindings
+        std::vector<SqlBinding> bindings;
+        size_t count = 0;
+        int64_t dataVersion = 0; // of the database when counted
+        bool complete = false;   // rowIDs holds them all
+        size_t windowStart = 0;
+        std::vector<int64_t> rowIDs;
+    };
+    void startResults(const std::string& condition, const std::string& orderBy,
+                      std::vector<SqlBinding> bindings);
     void ensureResults();
+    void readRowIDs(size_t offset, size_t limit, std::vector<int64_t>& rowIDs);
+    void completeResults();
+    std::optional<int64_t> rowAt(size_t index, int step);
     uint32_t settleAt(size_t index, int step, uint32_t noRecord);
     uint32_t findByUniqueID(const InputValue& uniqueID, std::vector<int64_t>& rowIDs);
     uint32_t requireSchemaLock();
@@ -118,7 +138,7 @@ private:
     std::string myUniqueIDFieldName;
     std::string myMessage;
     Record myRecord;
-    std::optional<std::vector<int64_t>> myResults; // row ids; nullopt: no search yet
+    std::optional<Results> myResults; // nullopt: no search yet
     bool mySearchActive = false;
     std::optional<size_t> myCursor;
 };

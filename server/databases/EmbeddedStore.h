@@ -13,10 +13,13 @@
 #include <chrono>
 #include <cstdint>
 #include <filesystem>
+#include <list>
 #include <map>
 #include <memory>
 #include <optional>
 #include <string>
+#include <string_view>
+#include <unordered_map>
 #include <vector>
 
 namespace kiv::db
@@ -40,6 +43,9 @@ public:
     SqliteConnection& sql() { return myConnection; }
     const std::vector<FieldDefinition>& fields() const { return myFields; }
     int64_t fieldPosition(size_t index) const { return myFieldPositions[index]; }
+    // The field of that name, without regard to case; a binary search over the names, so a
+    // page's many value lookups neither fold nor scan.
+    std::optional<size_t> fieldIndex(std::string_view name) const;
 
     // Reloads the field list and drops the cached statements when the schema changed since
     // they were made; one cheap pragma per call.
@@ -49,6 +55,10 @@ public:
     SqliteStatement& selectRecord(); // all field columns of one record, by kiv_rowid
     SqliteStatement& insertRecord(); // all field columns
     SqliteStatement& statement(const std::string& key, const std::string& sql); // cached by key
+    // Statements whose text depends on a search, cached by that text. Searches are many and
+    // varied, so only the most recently used are kept; a reference stays valid until the next
+    // call. Dropped with the others when the schema changes.
+    SqliteStatement& searchStatement(const std::string& sql);
 
     // Device and inode of the file when the connection was opened: a database deleted and
     // made again under the same name is a different file.
@@ -62,6 +72,9 @@ private:
     std::vector<FieldDefinition> myFields;
     std::vector<int64_t> myFieldPositions;
     std::map<std::string, SqliteStatement> myStatements;
+    std::vector<size_t> myFieldsByName; // indexes into myFields, in compareFolded order of names
+    std::list<std::pair<std::string, SqliteStatement>> mySearchStatements; // most recent first
+    std::unordered_map<std::string_view, decltype(mySearchStatements)::iterator> mySearchStatementIndex;
     dev_t myDevice = 0;
     ino_t myInode = 0;
 };
