@@ -495,6 +495,38 @@ uint32_t serverSupportFunction(void* connection, uint32_t selector, void* a3, vo
     return answerRequestSelector(call, selector, a3, a4, a5, a6, a7);
 }
 
+namespace
+{
+
+// The service's text for a code it just answered, asked the way a module asks ('MDEI').
+std::string databaseFailureText(db::DatabaseSession& session, uint32_t code)
+{
+    std::string text(256, '\0');
+    for (int attempt = 0; attempt < 2; ++attempt)
+    {
+        uint32_t capacity = static_cast<uint32_t>(text.size());
+        uint32_t answer =
+            session.handle(kKivDB_GetErrorInfo, &code, text.data(), &capacity, nullptr, nullptr, nullptr);
+        if (answer == kKivResult_Success)
+        {
+            text.resize(capacity);
+            return text;
+        }
+        if (answer != kKivResult_BufferTooSmall)
+            break;
+        text.assign(capacity, '\0');
+    }
+    return {};
+}
+
+bool isFailure(uint32_t code)
+{
+    return code != kKivResult_Success && code != kKivResult_BufferTooSmall &&
+           code != kKivResult_BeginningOfFile && code != kKivResult_EndOfFile;
+}
+
+} // namespace
+
 uint32_t databaseSupportFunction(void* connection, uint32_t selector, void* a3, void* a4, void* a5, void* a6,
                                  void* a7, void* a8)
 {
@@ -503,7 +535,15 @@ uint32_t databaseSupportFunction(void* connection, uint32_t selector, void* a3, 
     ModuleCall& call = *static_cast<ModuleCall*>(connection);
     if (!call.request)
         return kHostResult_NoRequest;
-    return call.request->databaseSession().handle(selector, a3, a4, a5, a6, a7, a8);
+    db::DatabaseSession& session = call.request->databaseSession();
+    uint32_t code = session.handle(selector, a3, a4, a5, a6, a7, a8);
+    if (isFailure(code) && selector != kKivDB_GetErrorInfo)
+    {
+        std::string text = databaseFailureText(session, code);
+        call.databaseFailure = text.empty() ? "result " + fourCharacterCode(code)
+                                            : text + " (result " + fourCharacterCode(code) + ")";
+    }
+    return code;
 }
 
 } // namespace kiv

@@ -11,7 +11,7 @@ namespace kiv
 ModuleCallResult ModuleHost::call(ModuleRecord& module, uint32_t requestCode, RequestContext* request)
 {
     std::lock_guard<std::mutex> lock(myMutex);
-    ModuleCall call{module, request, {}, {}};
+    ModuleCall call{module, request, {}, {}, {}};
     _KIVAPI_ModuleProcessingInfo info{};
     info.connID_i = &call;
     info.requestCode = requestCode;
@@ -23,6 +23,7 @@ ModuleCallResult ModuleHost::call(ModuleRecord& module, uint32_t requestCode, Re
     result.code = module.entry(&info);
     result.output = std::move(call.output);
     result.error = std::move(call.error);
+    result.databaseFailure = std::move(call.databaseFailure);
     return result;
 }
 

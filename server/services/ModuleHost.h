@@ -29,6 +29,9 @@ struct ModuleCall
     RequestContext* request; // null during 'MIni' and 'MTrm'
     std::string output;      // what the module wrote with 'MWtS'
     ErrorInformation error;  // what it set with 'MSEI'
+    // The database service's own words for the last database call that failed ("file is not
+    // a database"): the module's message may only guess at the cause, the log should not.
+    std::string databaseFailure;
 };
 
 struct ModuleCallResult
@@ -36,6 +39,7 @@ struct ModuleCallResult
     uint32_t code = 0;
     std::string output;
     ErrorInformation error;
+    std::string databaseFailure;
 };
 
 class ModuleHost

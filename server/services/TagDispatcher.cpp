@@ -74,6 +74,8 @@ std::string TagDispatcher::runTag(const TagInvocation& tag)
     std::string logLine = htmlDecode(headline) + " " + htmlDecode(hint);
     if (result.code != 0)
         logLine += " (result " + fourCharacterCode(result.code) + ")";
+    if (!result.databaseFailure.empty())
+        logLine += " Database service: " + result.databaseFailure;
     writeServerLog(LogKind::Error, {region.name, myRequest.urlPath, tag.name}, logLine);
     if (!region.showErrors)
         return result.output;

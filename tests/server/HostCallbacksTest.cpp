@@ -54,7 +54,7 @@ protected:
         context->inTag = true;
         module.name = "Test Module";
         module.path = "/opt/modules/libtest.so";
-        call = std::make_unique<ModuleCall>(ModuleCall{module, context.get(), {}, {}});
+        call = std::make_unique<ModuleCall>(ModuleCall{module, context.get(), {}, {}, {}});
     }
     void TearDown() override
     {
@@ -367,7 +367,7 @@ TEST_F(HostCallbacks, LoginValidationUsesTheRegionAccounts)
 
 TEST_F(HostCallbacks, RegistrationRecordsTheModuleAndItsTags)
 {
-    ModuleCall registration{module, nullptr, {}, {}};
+    ModuleCall registration{module, nullptr, {}, {}, {}};
     auto send = [&](uint32_t selector, std::string text, uint32_t* a7 = nullptr)
     {
         uint32_t size = static_cast<uint32_t>(text.size() + 1);
@@ -389,6 +389,27 @@ TEST_F(HostCallbacks, RegistrationRecordsTheModuleAndItsTags)
               static_cast<uint32_t>(kHostResult_NoRequest))
         << "request services need a request";
     EXPECT_EQ(callHost(KIV_FOURCC('M', 'X', 'y', 'z')), static_cast<uint32_t>(kKivResult_UnknownFunction));
+}
+
+TEST_F(HostCallbacks, AFailedDatabaseCallKeepsTheServiceReasonForTheLog)
+{
+    std::ofstream(folder / "data" / "People.kivdb", std::ios::binary)
+        << std::string(8192, 'x') << "\nthis is text, not a database\n";
+    uint32_t handle = 0;
+    char name[] = "People";
+    uint32_t nameSize = sizeof name;
+    uint32_t mode = 0;
+    uint32_t code = databaseSupportFunction(call.get(), kKivDB_OpenDatabase, &handle, name, &nameSize,
+                                            nullptr, nullptr, &mode);
+    EXPECT_NE(code, uint32_t(kKivResult_Success));
+    EXPECT_NE(call->databaseFailure.find("not a database"), std::string::npos) << call->databaseFailure;
+
+    call->databaseFailure.clear();
+    uint32_t count = 0;
+    EXPECT_EQ(databaseSupportFunction(call.get(), kKivDB_GetDatabaseCount, nullptr, nullptr, nullptr, nullptr,
+                                      nullptr, &count),
+              uint32_t(kKivResult_Success));
+    EXPECT_EQ(call->databaseFailure, "") << "a call that succeeds leaves nothing to report";
 }
 
 TEST_F(HostCallbacks, NormalizeStringRewritesTheBufferInPlace)
