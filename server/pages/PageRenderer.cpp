@@ -8,6 +8,7 @@ namespace
 {
 
 constexpr std::string_view kDoNotProcess = "kivDoNotProcess";
+constexpr std::string_view kShowIf = "kivShowIf";
 constexpr int kMaxNesting = 32;
 
 struct Placeholder
@@ -173,6 +174,8 @@ private:
         }
         if (equalsIgnoringCase(name, kDoNotProcess))
             return handleDoNotProcess(text, position, closing, out);
+        if (equalsIgnoringCase(name, kShowIf))
+            return handleShowIf(text, position, nameEnd, closing, out, nesting);
         std::optional<uint32_t> flags = myEnvironment.tagFlags(name);
         if (!flags)
         {
@@ -214,6 +217,50 @@ private:
     }
 
     static bool tagHasBodyFlag(uint32_t flags) { return (flags & 0x10) && !(flags & 0x20); }
+
+    // <kivShowIf pageVariable="people_NextPage">...</kivShowIf>: the body is rendered only
+    // when the value is neither empty nor "0", the result variables' "there is none".
+    size_t handleShowIf(std::string_view text, size_t position, size_t nameEnd, bool closing,
+                        std::string& out, int nesting)
+    {
+        size_t tagEnd = findTagEnd(text, nameEnd);
+        if (tagEnd == std::string_view::npos)
+        {
+            out += '<';
+            return position + 1;
+        }
+        if (closing)
+            return tagEnd + 1; // stray end tag: removed
+        auto end = findPairedEndTag(text, tagEnd + 1, kShowIf);
+        if (!end)
+        {
+            myEnvironment.reportPageProblem(kShowIf, "the tag has no end tag </kivShowIf>; it was removed");
+            return tagEnd + 1;
+        }
+        if (showIfConditionHolds(text.substr(nameEnd, tagEnd - nameEnd)) && nesting < kMaxNesting)
+            out += render(text.substr(tagEnd + 1, end->start - tagEnd - 1), nesting + 1);
+        return end->end;
+    }
+
+    bool showIfConditionHolds(std::string_view attributeText)
+    {
+        static const std::pair<std::string_view, PlaceholderKind> sources[] = {
+            {"pageVariable", PlaceholderKind::PageVariable},
+            {"pathArgument", PlaceholderKind::PathArgument},
+            {"postArgument", PlaceholderKind::PostArgument},
+        };
+        NameValueList attributes = parseTagAttributes(attributeText);
+        for (const auto& [attribute, name] : attributes)
+            for (const auto& [sourceName, kind] : sources)
+                if (equalsIgnoringCase(attribute, sourceName))
+                {
+                    std::string value = myEnvironment.placeholderValue(kind, htmlDecode(name));
+                    return !value.empty() && value != "0";
+                }
+        myEnvironment.reportPageProblem(kShowIf,
+                                        "the tag names no pageVariable, pathArgument or postArgument");
+        return false;
+    }
 
     size_t handleDoNotProcess(std::string_view text, size_t position, bool closing, std::string& out)
     {

@@ -1,6 +1,7 @@
 // Renders a page: the text is read in document order; every start tag that a module
 // registered is handed to that module and replaced by its output; host placeholders are
-// replaced by their values; <kivDoNotProcess> sections pass through untouched. Module
+// replaced by their values; <kivDoNotProcess> sections pass through untouched, and a
+// <kivShowIf> section is kept only when the value it names is neither empty nor "0". Module
 // output is inserted as it is and never read again, so text that came from a database can
 // never run as a tag.
 #pragma once

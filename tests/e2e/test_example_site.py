@@ -80,6 +80,20 @@ class ExampleSiteTest(unittest.TestCase):
         self.assertIn('href="?page=3"', body)
         self.assertEqual(body.count("@example.org"), 20)
 
+    def test_paging_links_show_only_where_there_is_a_page(self):
+        _, _, first = request(self.port, "GET", "/people/")
+        self.assertNotIn("Previous", first)
+        self.assertIn('href="?page=2"', first)
+        self.assertNotIn("page=0", first)
+        self.assertNotIn("kivShowIf", first)
+        _, _, last = request(self.port, "GET", "/people/?page=3")
+        self.assertIn('href="?page=2"', last)
+        self.assertNotIn("Next", last)
+        self.assertNotIn("page=0", last)
+        _, _, one = request(self.port, "GET", "/people/search.html?city=Lyon")
+        self.assertNotIn("Previous", one)
+        self.assertNotIn("Next", one)
+
     def test_search_by_city(self):
         status, _, body = request(self.port, "GET", "/people/search.html?city=Lyon")
         self.assertEqual(status, 200)

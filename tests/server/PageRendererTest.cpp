@@ -87,6 +87,29 @@ TEST(PageRenderer, ControlBytesAreDroppedFromEncodedPlaceholderValues)
     EXPECT_EQ(substitutePlaceholders("&kivPageVariable(v);", environment, true), "xy");
 }
 
+TEST(PageRenderer, ShowIfRendersItsBodyOnlyForAValueOtherThanEmptyOrZero)
+{
+    RecordingEnvironment environment;
+    environment.variables["next"] = "3";
+    environment.variables["prev"] = "0";
+    EXPECT_EQ(
+        renderPage("[<kivShowIf pageVariable=\"prev\"><a>&kivPageVariable(prev);</a></kivShowIf>|"
+                   "<KIVSHOWIF pageVariable='next'><a>&kivPageVariable(next);</a><kivEmpty></kivShowIf>|"
+                   "<kivShowIf pageVariable=\"missing\">x</kivShowIf>|"
+                   "<kivShowIf pathArgument=\"page\">p&kivPathArgument(page);</kivShowIf>]",
+                   environment),
+        "[|<a>3</a>OUT||p2]");
+    EXPECT_EQ(environment.calls.size(), 1u) << "tags in a hidden body do not run";
+    EXPECT_EQ(
+        renderPage("<kivShowIf pageVariable=next>a<kivShowIf pageVariable=prev>b</kivShowIf>c</kivShowIf>"
+                   "</kivShowIf>",
+                   environment),
+        "ac")
+        << "nested ones pair by name; a stray end tag is removed";
+    EXPECT_EQ(renderPage("<kivShowIf pageVariable=next>a", environment), "a");
+    EXPECT_EQ(environment.problems.size(), 1u);
+}
+
 TEST(PageRenderer, ContainerBodiesAreRenderedOrPassedRawByTheirFlags)
 {
     RecordingEnvironment environment;
