@@ -176,8 +176,8 @@ private:
             return handleDoNotProcess(text, position, closing, out);
         if (equalsIgnoringCase(name, kShowIf))
             return handleShowIf(text, position, nameEnd, closing, out, nesting);
-        std::optional<uint32_t> flags = myEnvironment.tagFlags(name);
-        if (!flags)
+        std::optional<TagShape> shape = myEnvironment.tagShape(name);
+        if (!shape)
         {
             out += '<';
             return position + 1;
@@ -199,12 +199,12 @@ private:
             tag.parameters.emplace_back(attribute, expandParameterValue(value, myEnvironment));
 
         size_t next = tagEnd + 1;
-        if (tagHasBodyFlag(*flags) && !selfClosing)
+        if (shape->hasBody && !selfClosing)
         {
             if (auto end = findPairedEndTag(text, next, name))
             {
                 std::string_view body = text.substr(next, end->start - next);
-                bool raw = (*flags & 0x02) != 0 || nesting >= kMaxNesting;
+                bool raw = shape->rawBody || nesting >= kMaxNesting;
                 tag.body = raw ? std::string(body) : render(body, nesting + 1);
                 next = end->end;
             }
@@ -215,8 +215,6 @@ private:
         out += removeDoNotProcessMarkers(myEnvironment.runTag(tag));
         return next;
     }
-
-    static bool tagHasBodyFlag(uint32_t flags) { return (flags & 0x10) && !(flags & 0x20); }
 
     // <kivShowIf pageVariable="people_NextPage">...</kivShowIf>: the body is rendered only
     // when the value is neither empty nor "0", the result variables' "there is none".

@@ -30,13 +30,21 @@ struct TagInvocation
     std::string body;         // for container tags: raw or already rendered, by the flags
 };
 
+// How a module tag takes its body. The registration flags are read in one place
+// (modules/ModuleRegistry.h); the renderer sees only the outcome.
+struct TagShape
+{
+    bool hasBody = false; // everything up to the paired end tag belongs to the tag
+    bool rawBody = false; // the body goes to the module as written, not rendered first
+};
+
 // What the renderer needs from the request it renders for.
 class PageEnvironment
 {
 public:
     virtual ~PageEnvironment() = default;
-    // The registration flags of the module tag with this name; nullopt if no module has it.
-    virtual std::optional<uint32_t> tagFlags(std::string_view name) = 0;
+    // How the module tag with this name takes its body; nullopt if no module has it.
+    virtual std::optional<TagShape> tagShape(std::string_view name) = 0;
     // Runs one tag and returns the text that replaces it.
     virtual std::string runTag(const TagInvocation& tag) = 0;
     // The first value of a page variable or argument; empty when there is none.

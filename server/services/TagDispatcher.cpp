@@ -6,12 +6,12 @@
 namespace kiv
 {
 
-std::optional<uint32_t> TagDispatcher::tagFlags(std::string_view name)
+std::optional<TagShape> TagDispatcher::tagShape(std::string_view name)
 {
     auto [module, tag] = myHost.registry().findTag(name);
     if (!module || !module->initialized)
         return std::nullopt;
-    return tag->flags;
+    return TagShape{tagHasBody(tag->flags), tagBodyIsRaw(tag->flags)};
 }
 
 namespace

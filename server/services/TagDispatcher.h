@@ -16,7 +16,7 @@ class TagDispatcher : public PageEnvironment
 public:
     TagDispatcher(ModuleHost& host, RequestContext& request) : myHost(host), myRequest(request) {}
 
-    std::optional<uint32_t> tagFlags(std::string_view name) override;
+    std::optional<TagShape> tagShape(std::string_view name) override;
     std::string runTag(const TagInvocation& tag) override;
     std::string placeholderValue(PlaceholderKind kind, std::string_view name) override;
     void reportPageProblem(std::string_view tagName, std::string_view message) override;

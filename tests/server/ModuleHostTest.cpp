@@ -70,6 +70,18 @@ TEST(ModuleHost, PageTagsReachTheModuleWithTheirRequest)
 }
 #endif
 
+TEST(ModuleRegistry, TagFlagsMeanWhatTheAdministratorsGuideSays)
+{
+    EXPECT_TRUE(tagHasBody(0x10));
+    EXPECT_FALSE(tagBodyIsRaw(0x10)) << "a container's body is rendered first";
+    EXPECT_TRUE(tagHasBody(0x12));
+    EXPECT_TRUE(tagBodyIsRaw(0x12));
+    EXPECT_FALSE(tagHasBody(0x30)) << "0x20 wins over 0x10";
+    EXPECT_FALSE(tagHasBody(0x20));
+    EXPECT_FALSE(tagHasBody(0x02)) << "0x02 alone does not make a container";
+    EXPECT_FALSE(tagHasBody(0x00));
+}
+
 TEST(ModuleRegistry, LoadingSomethingThatIsNotAModuleFails)
 {
     ModuleRegistry registry;

@@ -14,18 +14,19 @@ namespace
 class RecordingEnvironment : public PageEnvironment
 {
 public:
-    std::map<std::string, uint32_t> tags = {{"kivEmpty", 0x20}, {"kivBox", 0x10}, {"kivRaw", 0x12}};
+    std::map<std::string, TagShape> tags = {
+        {"kivEmpty", {false, false}}, {"kivBox", {true, false}}, {"kivRaw", {true, true}}};
     std::vector<TagInvocation> calls;
     std::vector<std::string> problems;
     std::map<std::string, std::string> variables = {{"v", "<b>&"}};
     std::map<std::string, std::string> pathArguments = {{"page", "2"}, {"q", "a\"b"}};
     std::string output = "OUT";
 
-    std::optional<uint32_t> tagFlags(std::string_view name) override
+    std::optional<TagShape> tagShape(std::string_view name) override
     {
-        for (const auto& [tag, flags] : tags)
+        for (const auto& [tag, shape] : tags)
             if (equalsIgnoringCase(tag, name))
-                return flags;
+                return shape;
         return std::nullopt;
     }
     std::string runTag(const TagInvocation& tag) override
@@ -125,7 +126,7 @@ TEST(PageRenderer, ContainerBodiesAreRenderedOrPassedRawByTheirFlags)
 TEST(PageRenderer, NestedContainersOfTheSameNamePairCorrectly)
 {
     RecordingEnvironment environment;
-    environment.tags = {{"kivRaw", 0x12}};
+    environment.tags = {{"kivRaw", {true, true}}};
     renderPage("<kivRaw>a<kivRaw>b</kivRaw>c</kivRaw>tail", environment);
     ASSERT_EQ(environment.calls.size(), 1u);
     EXPECT_EQ(environment.calls[0].body, "a<kivRaw>b</kivRaw>c");
