@@ -78,6 +78,43 @@ void bindAll(SqliteStatement& statement, const std::vector<SqlBinding>& bindings
             bindings[i]);
 }
 
+// The comparisons that must all hold for a record to match: the operands of a top-level chain
+// of ANDs, or the one condition there is.
+void collectConjuncts(const search::Node& node, std::vector<const search::Node*>& conjuncts)
+{
+    if (node.kind != search::Node::Kind::And)
+    {
+        conjuncts.push_back(&node);
+        return;
+    }
+    collectConjuncts(*node.left, conjuncts);
+    collectConjuncts(*node.right, conjuncts);
+}
+
+// Indexes on two fields are named by their columns, "i2_c3_c5", so that deleting a field
+// finds every one that covers its column.
+std::string pairIndexName(const std::string& equalColumn, const std::string& orderColumn)
+{
+    return "i2_" + equalColumn + "_" + orderColumn;
+}
+
+// Sets the connection's busy timeout for its lifetime: an index that only speeds up a search
+// is not worth the long wait a record change is.
+class BusyTimeoutScope
+{
+public:
+    BusyTimeoutScope(SqliteConnection& connection, int milliseconds) : myConnection(connection)
+    {
+        sqlite3_busy_timeout(myConnection.get(), milliseconds);
+    }
+    ~BusyTimeoutScope() { sqlite3_busy_timeout(myConnection.get(), kStoreBusyTimeoutMs); }
+    BusyTimeoutScope(const BusyTimeoutScope&) = delete;
+    BusyTimeoutScope& operator=(const BusyTimeoutScope&) = delete;
+
+private:
+    SqliteConnection& myConnection;
+};
+
 // The first window of row ids a cursor reads; each further window in a walk is twice as large,
 // so walking n results costs O(n) however far the walk goes.
 constexpr size_t kFirstWindow = 64;
@@ -307,6 +344,18 @@ uint32_t EmbeddedDatabase::deleteField(const std::string& name)
         auto& sql = myConnection->sql();
         SqliteTransaction transaction(sql);
         sql.execute("DROP INDEX IF EXISTS i_" + column);
+        // SQLite refuses to drop a column that an index still covers.
+        std::vector<std::string> pairIndexes;
+        {
+            auto select = sql.prepare("SELECT name FROM sqlite_master WHERE type = 'index' AND "
+                                      "tbl_name = 'kiv_records' AND (name GLOB ? OR name GLOB ?)");
+            select.bindText(1, pairIndexName(column, "*"));
+            select.bindText(2, pairIndexName("*", column));
+            while (select.step())
+                pairIndexes.emplace_back(select.columnText(0));
+        }
+        for (const auto& index : pairIndexes)
+            sql.execute("DROP INDEX IF EXISTS \"" + index + "\"");
         sql.execute("ALTER TABLE kiv_records DROP COLUMN " + column);
         auto remove = sql.prepare("DELETE FROM kiv_fields WHERE column_name = ?");
         remove.bindText(1, column);
@@ -651,9 +700,10 @@ uint32_t EmbeddedDatabase::executeSearch(std::string_view text)
     SqlSearch sql;
     std::string message;
     const auto lookup = [this](std::string_view name) { return findField(name); };
-    if (const uint32_t code = translateSearch(std::get<search::Query>(parsed), lookup, sql, message);
-        code != result::kSuccess)
+    const auto& query = std::get<search::Query>(parsed);
+    if (const uint32_t code = translateSearch(query, lookup, sql, message); code != result::kSuccess)
         return fail(code, message);
+    ensurePairIndex(query);
     try
     {
         try
@@ -675,6 +725,48 @@ uint32_t EmbeddedDatabase::executeSearch(std::string_view text)
         return failSqlite(error);
     }
     return result::kSuccess;
+}
+
+void EmbeddedDatabase::ensurePairIndex(const search::Query& query)
+{
+    // "City = 'Lyon' ORDER BY Name" with one index per field: SQLite finds the matches through
+    // the City index and then sorts them all. An index on (City, Name) hands them out in order,
+    // so a page reads only its window. Made the first time a search needs it. Only fields
+    // marked indexed take part: they are the ones chosen as search keys, which keeps the number
+    // of such indexes, and their cost on every record change, bounded.
+    if (!query.condition || query.order.empty())
+        return;
+    const FieldDefinition* ordered = findField(query.order.front().field);
+    if (!ordered || !ordered->indexed())
+        return;
+    std::vector<const search::Node*> conjuncts;
+    collectConjuncts(*query.condition, conjuncts);
+    for (const search::Node* node : conjuncts)
+    {
+        if (node->kind != search::Node::Kind::Comparison || node->op != search::Operator::Equal)
+            continue;
+        const FieldDefinition* filtered = findField(node->field);
+        if (!filtered || !filtered->indexed() || filtered->column == ordered->column)
+            continue;
+        const std::string name = pairIndexName(filtered->column, ordered->column);
+        if (myConnection->knowsIndex(name))
+            return;
+        // Tried once per connection and schema version, also when it fails: the search runs as
+        // well without it. Other opens may use the database meanwhile; SQLite makes the index
+        // in a write transaction of its own, and their cached statements prepare themselves
+        // again for the new schema. The field list does not change.
+        myConnection->rememberIndex(name);
+        try
+        {
+            BusyTimeoutScope wait(myConnection->sql(), 250);
+            myConnection->sql().execute("CREATE INDEX IF NOT EXISTS " + name + " ON kiv_records(" +
+                                        filtered->column + ", " + ordered->column + ")");
+        }
+        catch (const SqliteError&)
+        {
+        }
+        return;
+    }
 }
 
 void EmbeddedDatabase::startResults(const std::string& condition, const std::string& orderBy,
@@ -963,16 +1055,135 @@ uint32_t EmbeddedDatabase::importRecords(const std::filesystem::path& file, uint
                         : reader.error());
     std::vector<size_t> columns;
     std::string why;
-    if (resolveImportHeader(
+    const auto resolveHeader = [&]()
+    {
+        return resolveImportHeader(
             header, [this](std::string_view name) { return fieldIndex(name); },
-            [this](size_t index) { return fields()[index].name; }, myName, columns, why) != result::kSuccess)
-        return fail(result::kImportFailed, why);
+            [this](size_t index) { return fields()[index].name; }, myName, columns, why);
+    };
     uint32_t imported = 0;
-    if (const uint32_t code = importRows(reader, columns, imported); code != result::kSuccess)
-        return code;
+    if (resolveHeader() == result::kSuccess)
+    {
+        if (const uint32_t code = importRows(reader, columns, imported); code != result::kSuccess)
+            return code;
+    }
+    else
+    {
+        if (!mayCreateImportFields())
+            return fail(result::kImportFailed, why);
+        // A database that has no fields yet takes its fields from the file.
+        std::vector<std::string> created;
+        if (const uint32_t code = createImportFields(source, header, created); code != result::kSuccess)
+            return code;
+        uint32_t code =
+            resolveHeader() == result::kSuccess ? result::kSuccess : fail(result::kImportFailed, why);
+        if (code == result::kSuccess)
+        {
+            std::ifstream again(source, std::ios::binary);
+            CsvReader rows(again);
+            std::vector<std::string> skipped;
+            if (!again || !rows.readRow(skipped))
+                code = fail(result::kFileError,
+                            "The import file " + quoteValue(source.string()) + " cannot be read again.");
+            else
+                code = importRows(rows, columns, imported);
+        }
+        if (code != result::kSuccess)
+        {
+            // The import brings nothing in, fields included.
+            const std::string reason = myMessage;
+            removeFields(created);
+            return fail(code, reason);
+        }
+    }
     count = imported;
     myMessage.clear();
     return result::kSuccess;
+}
+
+bool EmbeddedDatabase::mayCreateImportFields() const
+{
+    // Only a database without fields of its own, and only while no one else has it open, so
+    // that no other open holds a field list that would change under it.
+    if (myLock.mode() != DatabaseLock::Mode::Exclusive)
+        return false;
+    const FieldDefinition* id = uniqueIDField();
+    for (const auto& field : fields())
+        if (&field != id && compareFolded(field.name, kUniqueIDFieldName) != 0)
+            return false;
+    return true;
+}
+
+uint32_t EmbeddedDatabase::createImportFields(const std::filesystem::path& source,
+                                              const std::vector<std::string>& header,
+                                              std::vector<std::string>& created)
+{
+    // The columns that name no field, checked before anything is created.
+    struct NewField
+    {
+        size_t column;
+        std::string name;
+        bool allIntegers = true;
+        bool anyValue = false;
+    };
+    std::vector<NewField> newFields;
+    for (size_t i = 0; i < header.size(); ++i)
+    {
+        const std::string name(trimBlanks(header[i]));
+        if (fieldIndex(name))
+            continue;
+        if (auto why = checkFieldName(name); !why.empty())
+            return fail(result::kImportFailed,
+                        "Row 1: the column " + quoteValue(header[i]) + " cannot become a field: " + why);
+        for (const auto& other : newFields)
+            if (compareFolded(other.name, name) == 0)
+                return fail(result::kImportFailed, "Row 1: the field " + name + " is named twice.");
+        newFields.push_back({i, name});
+    }
+    // A column becomes an Integer field when every value it has is a whole number that fits
+    // one, and a LongText field otherwise, so no value of the file can fail to convert.
+    std::ifstream in(source, std::ios::binary);
+    CsvReader reader(in);
+    std::vector<std::string> cells;
+    reader.readRow(cells); // the header
+    FieldDefinition integer;
+    integer.typeWord = uint32_t(FieldType::Integer) << 16;
+    FieldValue converted;
+    while (reader.readRow(cells))
+    {
+        if (cells.size() != header.size())
+            continue; // the import itself names the row
+        for (auto& field : newFields)
+        {
+            const std::string_view value = cells[field.column];
+            if (trimBlanks(value).empty())
+                continue;
+            field.anyValue = true;
+            field.allIntegers = field.allIntegers && convertForField(integer, InputValue(value), converted) ==
+                                                         ConversionError::None;
+        }
+    }
+    if (!reader.error().empty())
+        return fail(result::kImportFailed, reader.error());
+    for (const auto& field : newFields)
+    {
+        const FieldType type = field.anyValue && field.allIntegers ? FieldType::Integer : FieldType::LongText;
+        if (const uint32_t code = addField(field.name, uint32_t(type) << 16); code != result::kSuccess)
+        {
+            const std::string reason = myMessage;
+            removeFields(created);
+            return fail(code == result::kImportFailed ? code : result::kImportFailed,
+                        "Row 1: the field " + field.name + " cannot be created: " + reason);
+        }
+        created.push_back(field.name);
+    }
+    return result::kSuccess;
+}
+
+void EmbeddedDatabase::removeFields(const std::vector<std::string>& names)
+{
+    for (const auto& name : names)
+        deleteField(name);
 }
 
 uint32_t EmbeddedDatabase::importRows(CsvReader& reader, const std::vector<size_t>& columns, uint32_t& count)

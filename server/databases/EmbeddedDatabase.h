@@ -125,9 +125,14 @@ private:
     std::optional<int64_t> rowAt(size_t index, int step);
     uint32_t settleAt(size_t index, int step, uint32_t noRecord);
     uint32_t findByUniqueID(const InputValue& uniqueID, std::vector<int64_t>& rowIDs);
+    void ensurePairIndex(const search::Query& query);
     uint32_t requireSchemaLock();
     void finishSchemaChange();
     uint32_t importRows(CsvReader& reader, const std::vector<size_t>& columns, uint32_t& count);
+    bool mayCreateImportFields() const;
+    uint32_t createImportFields(const std::filesystem::path& source, const std::vector<std::string>& header,
+                                std::vector<std::string>& created);
+    void removeFields(const std::vector<std::string>& names);
     std::filesystem::path resolvePath(const std::filesystem::path& file) const;
     std::string fieldOfConstraint(const std::string& sqliteMessage) const;
 

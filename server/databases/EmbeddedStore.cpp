@@ -86,7 +86,7 @@ void registerExtensions(sqlite3* connection)
 void configure(SqliteConnection& connection, const StoreOptions& options)
 {
     registerExtensions(connection.get());
-    sqlite3_busy_timeout(connection.get(), 10000);
+    sqlite3_busy_timeout(connection.get(), kStoreBusyTimeoutMs);
     connection.execute(options.durableCommits ? "PRAGMA synchronous=FULL" : "PRAGMA synchronous=NORMAL");
     connection.execute("PRAGMA foreign_keys=OFF; PRAGMA trusted_schema=OFF");
     // Pooled connections live as long as their worker: a 16 MB page cache and reads through
@@ -169,6 +169,7 @@ void StoreConnection::refreshSchema()
     myStatements.clear();
     mySearchStatementIndex.clear();
     mySearchStatements.clear();
+    myKnownIndexes.clear(); // a deleted field takes its indexes with it
     loadFields();
     mySchemaVersion = current;
 }

@@ -17,6 +17,7 @@
 #include <map>
 #include <memory>
 #include <optional>
+#include <set>
 #include <string>
 #include <string_view>
 #include <unordered_map>
@@ -27,6 +28,8 @@ namespace kiv::db
 
 constexpr const char* kUniqueIDFieldName = "KIVIDFIELD";
 constexpr uint32_t kUniqueIDFieldType = 0x07030000; // UInteger, auto-unique, indexed, unique
+// How long a connection waits for another writer before it answers busy.
+constexpr int kStoreBusyTimeoutMs = 10000;
 
 struct StoreOptions
 {
@@ -60,6 +63,11 @@ public:
     // call. Dropped with the others when the schema changes.
     SqliteStatement& searchStatement(const std::string& sql);
 
+    // Indexes this connection has made sure of since the schema was last loaded, so that a
+    // search checks for its two-field index once rather than asking the file every time.
+    bool knowsIndex(const std::string& name) const { return myKnownIndexes.count(name) != 0; }
+    void rememberIndex(const std::string& name) { myKnownIndexes.insert(name); }
+
     // Device and inode of the file when the connection was opened: a database deleted and
     // made again under the same name is a different file.
     bool isSameFile(const std::filesystem::path& file) const;
@@ -75,6 +83,7 @@ private:
     std::vector<size_t> myFieldsByName; // indexes into myFields, in compareFolded order of names
     std::list<std::pair<std::string, SqliteStatement>> mySearchStatements; // most recent first
     std::unordered_map<std::string_view, decltype(mySearchStatements)::iterator> mySearchStatementIndex;
+    std::set<std::string> myKnownIndexes;
     dev_t myDevice = 0;
     ino_t myInode = 0;
 };

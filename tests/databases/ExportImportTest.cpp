@@ -180,5 +180,146 @@ TEST_F(ExportImportTest, ImportKeepsGivenIDsAndAssignsTheMissingOnes)
     EXPECT_EQ(client.column(handle, "Name = 'x'", "Price"), std::vector<std::string>{"1.50"});
 }
 
+// A database as the editor makes it for an import: only its unique ID field, open for
+// exclusive use.
+class ImportNewFieldsTest : public ::testing::Test
+{
+protected:
+    std::string path(const std::string& name) const { return (folder.path() / name).string(); }
+
+    uint32_t openNew(const std::string& name, uint32_t mode = 3)
+    {
+        uint32_t opened = 0;
+        EXPECT_EQ(client.createDatabase(name), 0u);
+        EXPECT_EQ(client.open(name, mode, opened), 0u);
+        return opened;
+    }
+
+    std::vector<std::pair<std::string, uint32_t>> fieldsOf(uint32_t handle)
+    {
+        std::vector<std::pair<std::string, uint32_t>> fields;
+        for (uint32_t i = 0; i < client.fieldCount(handle); ++i)
+        {
+            std::string name;
+            uint32_t type = 0;
+            EXPECT_EQ(client.fieldInfoByIndex(handle, i, name, type), 0u);
+            fields.emplace_back(name, type);
+        }
+        return fields;
+    }
+
+    DataFolder folder;
+    ServiceClient client{folder.path()};
+};
+
+TEST_F(ImportNewFieldsTest, ColumnsBecomeIntegerOrLongTextFields)
+{
+    const uint32_t handle = openNew("Fresh");
+    writeFile(path("in.csv"), "KIVIDFIELD,Name,Qty,Big,Mixed,Blank,Signed\r\n"
+                              "7,Ann,3,1,4,,-2\r\n"
+                              "9,Bob,,2147483648,x,, +5\r\n"
+                              "\r\n"
+                              ",\"Cy, Jr\",12,3,5,,0\r\n");
+    uint32_t count = 0;
+    ASSERT_EQ(client.importRecords(handle, path("in.csv"), count), 0u) << client.errorInfo(handle).text;
+    EXPECT_EQ(count, 3u);
+    EXPECT_EQ(fieldsOf(handle), (std::vector<std::pair<std::string, uint32_t>>{{"KIVIDFIELD", 0x07030000},
+                                                                               {"Name", 0x00070000},
+                                                                               {"Qty", 0x00020000},
+                                                                               {"Big", 0x00070000},
+                                                                               {"Mixed", 0x00070000},
+                                                                               {"Blank", 0x00070000},
+                                                                               {"Signed", 0x00020000}}));
+    EXPECT_EQ(client.column(handle, "ORDER BY KIVIDFIELD", "KIVIDFIELD"),
+              (std::vector<std::string>{"7", "9", "10"})); // kept, and the missing one assigned
+    EXPECT_EQ(client.column(handle, "Qty > 2 ORDER BY Qty DESC", "Name"),
+              (std::vector<std::string>{"Cy, Jr", "Ann"})); // compared as numbers
+    EXPECT_EQ(client.column(handle, "ORDER BY KIVIDFIELD", "Signed"),
+              (std::vector<std::string>{"-2", "5", "0"}));
+    EXPECT_EQ(client.column(handle, "ORDER BY KIVIDFIELD", "Big"),
+              (std::vector<std::string>{"1", "2147483648", "3"}));
+}
+
+TEST_F(ImportNewFieldsTest, UnknownColumnsAreStillRefusedElsewhere)
+{
+    writeFile(path("in.csv"), "Name,Qty\r\nAnn,3\r\n");
+    uint32_t count = 0;
+    // Shared open: others could hold the field list.
+    const uint32_t shared = openNew("Shared", 2);
+    EXPECT_EQ(client.importRecords(shared, path("in.csv"), count), result::kImportFailed);
+    EXPECT_EQ(client.errorInfo(shared).text,
+              "Row 1: the column \"Name\" names no field of the database Shared.");
+    EXPECT_EQ(client.fieldCount(shared), 1u);
+    EXPECT_EQ(client.recordCount(shared), 0u);
+
+    // A database with fields of its own.
+    const uint32_t some = openNew("Some");
+    ASSERT_EQ(client.addField(some, "Name", 0x00060000), 0u);
+    EXPECT_EQ(client.importRecords(some, path("in.csv"), count), result::kImportFailed);
+    EXPECT_EQ(client.errorInfo(some).text, "Row 1: the column \"Qty\" names no field of the database Some.");
+    EXPECT_EQ(client.fieldCount(some), 2u);
+    EXPECT_EQ(client.recordCount(some), 0u);
+}
+
+TEST_F(ImportNewFieldsTest, AFailedImportLeavesNoFieldsBehind)
+{
+    const uint32_t handle = openNew("Fresh");
+    uint32_t count = 0;
+    writeFile(path("ids.csv"), "KIVIDFIELD,Name\r\n1,a\r\n1,b\r\n");
+    EXPECT_EQ(client.importRecords(handle, path("ids.csv"), count), result::kImportFailed);
+    EXPECT_EQ(client.errorInfo(handle).text,
+              "Row 3 (line 3): Another record already holds this value in the unique field KIVIDFIELD.");
+    writeFile(path("short.csv"), "Name,Qty\r\na,1\r\nb\r\n");
+    EXPECT_EQ(client.importRecords(handle, path("short.csv"), count), result::kImportFailed);
+    EXPECT_EQ(client.errorInfo(handle).text, "Row 3 (line 3): 1 values, but the header names 2 fields.");
+    writeFile(path("twice.csv"), "Name,NAME\r\na,b\r\n");
+    EXPECT_EQ(client.importRecords(handle, path("twice.csv"), count), result::kImportFailed);
+    EXPECT_EQ(client.errorInfo(handle).text, "Row 1: the field NAME is named twice.");
+    writeFile(path("badname.csv"), "Name,\r\na,b\r\n");
+    EXPECT_EQ(client.importRecords(handle, path("badname.csv"), count), result::kImportFailed);
+    EXPECT_EQ(client.errorInfo(handle).text.rfind("Row 1: the column \"\" cannot become a field: ", 0), 0u)
+        << client.errorInfo(handle).text;
+    writeFile(path("quote.csv"), "Name,Qty\r\n\"open,1\r\n");
+    EXPECT_EQ(client.importRecords(handle, path("quote.csv"), count), result::kImportFailed);
+    EXPECT_EQ(fieldsOf(handle), (std::vector<std::pair<std::string, uint32_t>>{{"KIVIDFIELD", 0x07030000}}));
+    EXPECT_EQ(client.recordCount(handle), 0u);
+
+    // Still a database without fields of its own: a good file imports.
+    writeFile(path("good.csv"), "Name\r\na\r\n");
+    ASSERT_EQ(client.importRecords(handle, path("good.csv"), count), 0u) << client.errorInfo(handle).text;
+    EXPECT_EQ(count, 1u);
+}
+
+TEST_F(ImportNewFieldsTest, ExportToANewDatabaseAndImportRoundTrips)
+{
+    const uint32_t source = openSampleDatabase(client, "Shop");
+    ASSERT_EQ(client.addRecord(source, {{"Name", "O'Hare, \"the\""}, {"Qty", "-7"}, {"Notes", "a\r\nb"}}),
+              0u);
+    ASSERT_EQ(client.addRecord(source, {{"Name", "caf\xE9"}, {"Qty", "12"}, {"Price", "1.50"}}), 0u);
+    ASSERT_EQ(client.addRecord(source, {{"Name", ""}, {"Weight", "0.25"}, {"Active", "1"}}), 0u);
+    uint32_t count = 0;
+    ASSERT_EQ(client.exportRecords(source, path("out.csv"), "", count), result::kEndOfFile);
+    ASSERT_EQ(count, 3u);
+
+    const uint32_t copy = openNew("Copy");
+    ASSERT_EQ(client.importRecords(copy, path("out.csv"), count), 0u) << client.errorInfo(copy).text;
+    EXPECT_EQ(count, 3u);
+    ASSERT_EQ(client.fieldCount(copy), client.fieldCount(source));
+    uint32_t type = 0;
+    ASSERT_EQ(client.fieldInfo(copy, "Qty", type), 0u);
+    EXPECT_EQ(type, 0x00020000u);
+    ASSERT_EQ(client.fieldInfo(copy, "Notes", type), 0u);
+    EXPECT_EQ(type, 0x00070000u);
+    for (const char* field :
+         {"KIVIDFIELD", "Name", "City", "Price", "Qty", "Stock", "Weight", "Active", "Notes", "Code"})
+        EXPECT_EQ(client.column(copy, "ORDER BY KIVIDFIELD", field),
+                  client.column(source, "ORDER BY KIVIDFIELD", field))
+            << field;
+
+    // And back out: the same file.
+    ASSERT_EQ(client.exportRecords(copy, path("again.csv"), "", count), result::kEndOfFile);
+    EXPECT_EQ(readFile(path("again.csv")), readFile(path("out.csv")));
+}
+
 } // namespace
 } // namespace kiv::db::testing
