@@ -89,9 +89,10 @@ void configure(SqliteConnection& connection, const StoreOptions& options)
     sqlite3_busy_timeout(connection.get(), kStoreBusyTimeoutMs);
     connection.execute(options.durableCommits ? "PRAGMA synchronous=FULL" : "PRAGMA synchronous=NORMAL");
     connection.execute("PRAGMA foreign_keys=OFF; PRAGMA trusted_schema=OFF");
-    // Pooled connections live as long as their worker: a 16 MB page cache and reads through
-    // a memory map keep a page's rows from coming in through a read() copy on every request.
-    connection.execute("PRAGMA cache_size=-16384; PRAGMA mmap_size=268435456");
+    // Pooled connections live as long as their worker: a 16 MB page cache keeps a page's rows
+    // from coming in through a read() copy on every request. No memory map: mapped file pages
+    // count towards the worker's resident size, which must stay small and flat.
+    connection.execute("PRAGMA cache_size=-16384");
 }
 
 void createSchema(SqliteConnection& connection)
