@@ -6,6 +6,7 @@
 #include "http/StaticFiles.h"
 #include "logging/Log.h"
 #include "pages/PageRenderer.h"
+#include "site/BuiltinAssets.h"
 #include "services/RequestContext.h"
 #include "services/TagDispatcher.h"
 
@@ -231,6 +232,8 @@ void SiteHandler::handle(HttpRequest& request, HttpResponse& response)
         return finish();
     }
     request.path = normalizedUrlPath(path);
+    if (serveBuiltinAsset(request, response))
+        return finish();
 
     bool admin = isAdminPath(path);
     if (admin || isProtected(regionConfig, path))

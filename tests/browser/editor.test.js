@@ -1,12 +1,15 @@
 // The product as a person meets it: headless Chromium (Debian's /usr/bin/chromium, driven by
 // playwright-core) clicks through the database editor as a logged-in administrator and through
 // the example site's public pages, against a real kiv-server on a loopback port with a scratch
-// copy of the example site. Every editor screen is saved as a screenshot for a person to look at.
+// copy of the example site. Every editor screen is checked at a desktop and a phone width with
+// the server's editor stylesheet (no sideways scrolling, targets big enough to hit) and saved as
+// a screenshot at both widths for a person to look at.
 //
 //   node editor.test.js --server kiv-server --module libkivdatabase.so --modules DIR --out DIR
 //
 // --modules is the folder whose node_modules holds playwright-core (npm ci there); --out
-// receives the screenshots (NN-language-screen.png) and, on failure, the page that failed.
+// receives the screenshots (NN-language-screen-WIDTH[-dark].png) and, on failure, the page
+// that failed.
 'use strict';
 
 const assert = require('node:assert/strict');
@@ -17,6 +20,11 @@ const path = require('node:path');
 
 const SOURCE = path.resolve(__dirname, '..', '..');
 const PASSWORD = 'browser-proof';
+const STYLESHEET = '/kiv-assets/editor.css';
+// The widths every editor screen is checked and saved at: a desktop and a phone.
+const VIEWPORTS = [{ width: 1280, height: 800 }, { width: 390, height: 844 }];
+// The smallest box a finger or a pointer must be able to hit, in CSS pixels.
+const MIN_TARGET = 40;
 
 function parseArguments() {
     const options = {};
@@ -44,6 +52,12 @@ const EXTRA_PAGES = {
         + '<p>added=&kivPageVariable(f_FieldName);</p>',
 };
 
+// The editor on an ODBC data source (the SQLite ODBC driver over a file in the scratch folder),
+// for its capability report and the driver's field types; left out where the driver is missing.
+const ODBC_DRIVER = ['x86_64-linux-gnu', 'aarch64-linux-gnu', 'i386-linux-gnu']
+    .map((triplet) => `/usr/lib/${triplet}/odbc/libsqlite3odbc.so`)
+    .find((file) => fs.existsSync(file));
+
 // ---- the server -------------------------------------------------------------------------------
 
 function passwordHash() {
@@ -64,6 +78,18 @@ function makeSite(language, hash) {
         fs.mkdirSync(path.dirname(path.join(root, name)), { recursive: true });
         fs.writeFileSync(path.join(root, name), text, 'latin1');
     }
+    const environment = { ...process.env };
+    if (ODBC_DRIVER) {
+        fs.writeFileSync(path.join(base, 'odbcinst.ini'), `[KivSQLite3]\nDriver=${ODBC_DRIVER}\n`);
+        fs.writeFileSync(path.join(base, 'odbc.ini'),
+            `[KivSqlite]\nDriver=KivSQLite3\nDatabase=${path.join(base, 'odbc.db')}\nTimeout=10000\n`);
+        environment.ODBCSYSINI = base;
+        environment.ODBCINI = path.join(base, 'odbc.ini');
+        const editor = fs.readFileSync(path.join(root, 'manage', 'editor.html'), 'latin1');
+        fs.writeFileSync(path.join(root, 'manage', 'odbc.html'),
+            editor.replace('<kivEditDatabase ', '<kivEditDatabase odbcDataSource="KivSqlite" odbcUsername="kiv" '),
+            'latin1');
+    }
     const config = path.join(base, 'server.toml');
     fs.writeFileSync(config, `
 [server]
@@ -82,13 +108,13 @@ protected = ["/manage/"]
 [region.users]
 admin = "${hash}"
 `);
-    return { base, root, data, config };
+    return { base, root, data, config, environment };
 }
 
 function startServer(site) {
     return new Promise((resolve, reject) => {
         const server = childProcess.spawn(options.server, ['serve', '--config', site.config],
-            { stdio: ['ignore', 'ignore', 'pipe'] });
+            { stdio: ['ignore', 'ignore', 'pipe'], env: site.environment });
         let log = '';
         const timer = setTimeout(() => {
             server.kill('SIGKILL');
@@ -139,7 +165,7 @@ async function launchBrowser() {
         args: ['--headless', '--no-sandbox', '--disable-gpu', '--disable-quic', '--no-first-run',
             '--disable-background-networking', '--disable-component-update', '--disable-sync'],
         httpCredentials: { username: 'admin', password: PASSWORD },
-        viewport: { width: 1100, height: 800 },
+        viewport: VIEWPORTS[0],
     });
     return { context, profile };
 }
@@ -175,10 +201,22 @@ class Administrator {
         return response;
     }
 
-    async shot(name) {
+    // Checks the screen at every width (and in the dark theme too when asked) and saves it.
+    async shot(name, { dark = false, buttons = true } = {}) {
         this.shots += 1;
-        const file = path.join(this.out, `${String(this.shots).padStart(2, '0')}-${this.language}-${name}.png`);
-        await this.page.screenshot({ path: file, fullPage: true });
+        const prefix = `${String(this.shots).padStart(2, '0')}-${this.language}-${name}`;
+        for (const scheme of dark ? ['light', 'dark'] : ['light']) {
+            await this.page.emulateMedia({ colorScheme: scheme });
+            for (const viewport of VIEWPORTS) {
+                await this.page.setViewportSize(viewport);
+                const suffix = `${viewport.width}${scheme === 'dark' ? '-dark' : ''}`;
+                await checkLayout(this.page, `${name} at ${suffix}`, scheme, buttons);
+                await this.page.screenshot({ path: path.join(this.out, `${prefix}-${suffix}.png`), fullPage: true,
+                    animations: 'disabled' });
+            }
+        }
+        await this.page.emulateMedia({ colorScheme: 'light' });
+        await this.page.setViewportSize(VIEWPORTS[0]);
     }
 
     // Clicks the editor button with this label (the first one, or the nth) and waits for the page.
@@ -227,6 +265,72 @@ class Administrator {
     }
 }
 
+// ---- the editor's stylesheet at work ------------------------------------------------------------
+
+// What the editor's stylesheet promises on every screen: it is loaded, the page does not scroll
+// sideways, every control is at least MIN_TARGET pixels each way, buttons keep that as their
+// minimum height, the editor's presentational colours are replaced, and the theme follows the
+// colour scheme. Screens after a failed operation hold the error and no form.
+async function checkLayout(page, what, scheme, withButtons) {
+    const facts = await page.evaluate(({ stylesheet, minTarget }) => {
+        const sheet = [...document.styleSheets].find((s) => s.href && new URL(s.href).pathname === stylesheet);
+        const describe = (element) => `<${element.tagName.toLowerCase()} name="${element.getAttribute('name')}"`
+            + ` value="${element.getAttribute('value')}">`;
+        const controls = [...document.querySelectorAll('input:not([type=hidden]), select, textarea')]
+            .filter((element) => element.getClientRects().length > 0);
+        const buttons = controls.filter((element) => element.type === 'submit');
+        const legacyColours = ['rgb(0, 0, 255)', 'rgb(255, 153, 0)', 'rgb(255, 0, 0)', 'rgb(0, 153, 0)',
+            'rgb(255, 204, 51)', 'rgb(200, 216, 240)'];
+        return {
+            rules: sheet ? sheet.cssRules.length : 0,
+            scrollWidth: document.documentElement.scrollWidth,
+            clientWidth: document.documentElement.clientWidth,
+            buttons: buttons.length,
+            small: controls.filter((element) => {
+                const box = element.getBoundingClientRect();
+                return box.width < minTarget || box.height < minTarget;
+            }).map(describe),
+            lowButtons: buttons.filter((button) => parseFloat(getComputedStyle(button).minHeight) < minTarget)
+                .map(describe),
+            legacy: [...document.querySelectorAll('[bgcolor]')]
+                .filter((element) => legacyColours.includes(getComputedStyle(element).backgroundColor))
+                .map((element) => element.outerHTML.slice(0, 80)),
+            background: getComputedStyle(document.body).backgroundColor,
+        };
+    }, { stylesheet: STYLESHEET, minTarget: MIN_TARGET });
+    assert.ok(facts.rules > 0, `${what}: ${STYLESHEET} is loaded`);
+    assert.ok(facts.scrollWidth <= facts.clientWidth,
+        `${what}: the page scrolls sideways (${facts.scrollWidth} px wide in ${facts.clientWidth})`);
+    assert.equal(facts.buttons > 0, withButtons, `${what}: the editor's buttons are there, or not`);
+    assert.deepEqual(facts.small, [], `${what}: controls smaller than ${MIN_TARGET} px`);
+    assert.deepEqual(facts.lowButtons, [], `${what}: buttons without a ${MIN_TARGET} px minimum height`);
+    assert.deepEqual(facts.legacy, [], `${what}: the editor's own colours show through`);
+    const [red, green, blue] = facts.background.match(/\d+/g).map(Number);
+    const light = (red + green + blue) / 3 > 128;
+    assert.equal(light, scheme === 'light', `${what}: the page background ${facts.background} follows the ${scheme} theme`);
+}
+
+// Keyboard focus is visible: tabbing to a button and to a radio button shows a ring.
+async function checkFocusRing(page) {
+    for (const selector of ['input[type=submit][name=kivEditDatabase_Action]', 'input[type=radio]']) {
+        let ring = null;
+        for (let presses = 0; presses < 40 && !ring; presses += 1) {
+            await page.keyboard.press('Tab');
+            ring = await page.evaluate((wanted) => {
+                const active = document.activeElement;
+                if (!active || !active.matches(wanted)) {
+                    return null;
+                }
+                const style = getComputedStyle(active);
+                return { style: style.outlineStyle, width: parseFloat(style.outlineWidth) };
+            }, selector);
+        }
+        assert.ok(ring, `the keyboard reaches ${selector}`);
+        assert.equal(ring.style, 'solid', `${selector} shows a focus ring`);
+        assert.ok(ring.width >= 2, `${selector}: the focus ring is ${ring.width} px wide`);
+    }
+}
+
 // ---- the English walk through the editor ------------------------------------------------------
 
 const FIELDS = [
@@ -262,7 +366,8 @@ async function fillRecord(admin, record) {
 async function englishWalk(admin, site) {
     await admin.open('/manage/editor.html');
     await admin.shows('Databases:');
-    await admin.shot('database-list');
+    await admin.shot('database-list', { dark: true });
+    await checkFocusRing(admin.page);
 
     // A new database, straight into its field manager.
     await admin.check('kivEditDatabase_SelectedDatabase', '');
@@ -278,6 +383,15 @@ async function englishWalk(admin, site) {
         await admin.click('Add Field');
         await admin.shows(`${name} (`, `field ${name} listed`);
     }
+    // A field added and deleted again, through its confirmation.
+    await admin.fill('kivEditDatabase_FieldName', 'Scrap');
+    await admin.click('Add Field');
+    await admin.check('kivEditDatabase_FieldName', 'Scrap');
+    await admin.click('Delete Field');
+    await admin.shows('Are you sure you want to delete the Scrap field?');
+    await admin.shot('field-delete-confirmation');
+    await admin.confirm('Yes');
+    assert.ok(!(await admin.text()).includes('Scrap ('), 'the field is gone');
     // Float through a page, then back to the editor's field manager.
     await admin.open('/t/addfloat.html?db=Inventory&field=Weight');
     await admin.shows('added=Weight');
@@ -315,7 +429,7 @@ async function englishWalk(admin, site) {
     await admin.check('kivEditDatabase_Not', 'Name');
     await admin.check('kivEditDatabase_OrderField1', 'Price');
     await admin.check('kivEditDatabase_Desc', 'Price');
-    await admin.shot('search-criteria');
+    await admin.shot('search-criteria', { dark: true });
     await admin.click('Search Now');
     await admin.shows(/Showing 1 - 2 of 2 results/);
     const found = await admin.text();
@@ -329,7 +443,7 @@ async function englishWalk(admin, site) {
     await admin.fill('kivEditDatabase_ResultsPerPage', '2');
     await admin.click('Search Now');
     await admin.shows(/Showing 1 - 2 of 5 results/);
-    await admin.shot('results-page-1');
+    await admin.shot('results-page-1', { dark: true });
     await admin.click('Next');
     await admin.shows(/Showing 3 - 4 of 5 results/);
     await admin.shows('Chisel');
@@ -345,7 +459,7 @@ async function englishWalk(admin, site) {
     await admin.page.locator('input[type=radio][name=kivEditDatabase_RecordID]').first().check();
     await admin.click('View');
     assert.equal(await admin.valueOf('Name'), 'Chisel');
-    await admin.shot('record-view');
+    await admin.shot('record-view', { dark: true });
     await admin.click('First');
     assert.equal(await admin.valueOf('Name'), 'Anvil');
     await admin.click('<<');
@@ -415,6 +529,44 @@ async function englishWalk(admin, site) {
     await admin.click('Search Now');
     await admin.shows(/Showing 1 - 5 of 5 results/);
     await admin.shows('Easel');
+
+    // A search that finds nothing, and an import of a file that is not there.
+    await admin.click('Search');
+    await admin.fill('Name', 'Zeppelin');
+    await admin.click('Search Now');
+    await admin.shows('No records found.');
+    await admin.shot('search-no-results');
+    await admin.click('Import');
+    await admin.fill('kivEditDatabase_ImportFilename', 'missing.csv');
+    admin.expectError = true;
+    await admin.click('Import Now');
+    assert.equal(await admin.page.locator('.kiv-error').count(), 1, 'the failed import shows the error box');
+    await admin.shot('import-error', { dark: true, buttons: false });
+
+    // The field manager of a database with records: a notice instead of the add form.
+    await admin.open('/manage/editor.html');
+    await admin.check('kivEditDatabase_SelectedDatabase', 'Inventory');
+    await admin.click('Fields');
+    await admin.shows('Kiv has detected records in the current database.');
+    await admin.shot('fields-with-records');
+}
+
+async function odbcWalk(admin) {
+    if (!ODBC_DRIVER) {
+        console.log('no SQLite ODBC driver: the ODBC report is not shown');
+        return;
+    }
+    await admin.open('/manage/odbc.html');
+    await admin.shows('Databases:');
+    await admin.click('ODBC');
+    await admin.shows('ODBC Driver Reported Capabilites');
+    await admin.shot('odbc-report');
+    await Promise.all([admin.page.waitForNavigation(), admin.page.locator('input[name=Return]').click()]);
+    // A fresh data source has no tables, so the list offers no radio button for a new name.
+    await admin.fill('kivEditDatabase_Name', 'Gadgets');
+    await admin.click('Fields');
+    await admin.shows('Fields (Gadgets):');
+    await admin.shot('odbc-fields');
 }
 
 // ---- deleting a database in French and Spanish --------------------------------------------------
@@ -535,6 +687,7 @@ async function main() {
     const hash = passwordHash();
     await inLanguage('en', hash, async (admin, site, page, server) => {
         await englishWalk(admin, site);
+        await odbcWalk(admin);
         await publicPages(page, server.port, options.out);
     });
     await inLanguage('fr', hash, (admin) => deletionWalk(admin, 'fr'));

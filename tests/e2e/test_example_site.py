@@ -1,6 +1,7 @@
 #!/usr/bin/env python3
 """The example site served with the real Database Module: first-run sample data, the
-directory's paging, the search, adding a record from a form, and the protected editor.
+directory's paging, the search, adding a record from a form, the protected editor and its
+stylesheet.
 Standard library only; run by ctest with --server, --module and --site."""
 
 import argparse
@@ -146,6 +147,24 @@ class ExampleSiteTest(unittest.TestCase):
         self.assertEqual(headers["X-Frame-Options"], "DENY")
         self.assertIn("kivEditDatabase_Action", body)
         self.assertNotIn("kivDoNotProcess", body)
+
+    def test_the_editor_stylesheet_comes_from_the_server_without_a_login(self):
+        # The protected editor page links it; a browser fetches it like any stylesheet.
+        token = base64.b64encode(f"admin:{self.password}".encode()).decode()
+        _, _, page = request(self.port, "GET", "/manage/editor.html", headers={"Authorization": "Basic " + token})
+        self.assertIn('<link rel="stylesheet" href="/kiv-assets/editor.css">', page)
+        self.assertIn('name="viewport"', page)
+        status, headers, body = request(self.port, "GET", "/kiv-assets/editor.css")
+        self.assertEqual(status, 200)
+        self.assertEqual(headers["Content-Type"], "text/css; charset=utf-8")
+        self.assertEqual(headers["X-Content-Type-Options"], "nosniff")
+        self.assertIn("max-age=", headers["Cache-Control"])
+        self.assertIn("prefers-color-scheme: dark", body)
+        status, _, body = request(self.port, "GET", "/kiv-assets/editor.css", headers={"If-None-Match": headers["ETag"]})
+        self.assertEqual((status, body), (304, ""))
+        self.assertEqual(request(self.port, "GET", "/kiv-assets/editor.css?v=2")[0], 200)
+        self.assertEqual(request(self.port, "GET", "/kiv-assets/other.css")[0], 404)
+        self.assertEqual(request(self.port, "POST", "/kiv-assets/editor.css", body="")[0], 405)
 
 
 def main():
