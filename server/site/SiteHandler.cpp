@@ -6,9 +6,9 @@
 #include "http/StaticFiles.h"
 #include "logging/Log.h"
 #include "pages/PageRenderer.h"
-#include "site/BuiltinAssets.h"
 #include "services/RequestContext.h"
 #include "services/TagDispatcher.h"
+#include "site/BuiltinAssets.h"
 
 #include <fstream>
 #include <sodium.h>
@@ -232,7 +232,7 @@ void SiteHandler::handle(HttpRequest& request, HttpResponse& response)
         return finish();
     }
     request.path = normalizedUrlPath(path);
-    if (serveBuiltinAsset(request, response))
+    if (serveBuiltinAsset(request, response)) // the same in every region, without a login
         return finish();
 
     bool admin = isAdminPath(path);
