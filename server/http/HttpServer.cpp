@@ -100,7 +100,10 @@ void HttpServer::run(const std::atomic<bool>& stopRequested)
     // Declared after the io_context, so destroyed before it: their threads are joined while
     // the handlers they post can still be dropped safely.
     WorkerPool renderPool(myConfig.threadsPerWorker, static_cast<size_t>(limits.maxQueuedRequests));
-    WorkerPool loginPool(limits.loginThreads, static_cast<size_t>(limits.maxQueuedLogins));
+    // Password hashing is deliberately expensive; under a flood of logins it must not take the
+    // processor from the threads that serve pages.
+    constexpr int kPasswordNiceness = 10;
+    WorkerPool loginPool(limits.loginThreads, static_cast<size_t>(limits.maxQueuedLogins), kPasswordNiceness);
     LoginThrottle throttle(throttleSettings(limits));
     ConnectionTracker tracker(static_cast<size_t>(limits.maxConnections),
                               static_cast<size_t>(limits.maxConnectionsPerAddress));

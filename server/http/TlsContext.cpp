@@ -4,6 +4,7 @@
 #include <boost/asio/ssl/context.hpp>
 #include <openssl/err.h>
 #include <openssl/ssl.h>
+#include <openssl/x509.h>
 
 #include <cerrno>
 #include <cstring>
@@ -60,8 +61,14 @@ TlsContext::TlsContext(const std::filesystem::path& certificate, const std::file
         throw std::runtime_error("the TLS certificate " + certificate.string() +
                                  " is not a PEM certificate chain: " + openSslReason());
     if (SSL_CTX_use_PrivateKey_file(native, key.c_str(), SSL_FILETYPE_PEM) != 1)
+    {
+        // OpenSSL compares the key with the certificate as it loads it.
+        bool mismatch = ERR_GET_REASON(ERR_peek_last_error()) == X509_R_KEY_VALUES_MISMATCH;
         throw std::runtime_error("the TLS key " + key.string() +
-                                 " is not a PEM private key without a passphrase: " + openSslReason());
+                                 (mismatch ? " does not belong to the certificate " + certificate.string()
+                                           : std::string(" is not a PEM private key without a passphrase")) +
+                                 ": " + openSslReason());
+    }
     if (SSL_CTX_check_private_key(native) != 1)
         throw std::runtime_error("the TLS key " + key.string() + " does not belong to the certificate " +
                                  certificate.string() + ": " + openSslReason());

@@ -1,13 +1,23 @@
 // Threads with a bounded queue.
 #include "http/WorkerPool.h"
 
+#include <sys/resource.h>
+#include <unistd.h>
+
 namespace kiv
 {
 
-WorkerPool::WorkerPool(int threads, size_t maxQueued) : myMaxQueued(maxQueued)
+WorkerPool::WorkerPool(int threads, size_t maxQueued, int niceness) : myMaxQueued(maxQueued)
 {
     for (int i = 0; i < (threads < 1 ? 1 : threads); ++i)
-        myThreads.emplace_back([this] { serve(); });
+        myThreads.emplace_back(
+            [this, niceness]
+            {
+                // Best effort: a thread that keeps the process's priority still works.
+                if (niceness > 0) [[maybe_unused]]
+                    int ignored = ::setpriority(PRIO_PROCESS, static_cast<id_t>(::gettid()), niceness);
+                serve();
+            });
 }
 
 WorkerPool::~WorkerPool()

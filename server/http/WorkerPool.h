@@ -17,7 +17,9 @@ namespace kiv
 class WorkerPool
 {
 public:
-    WorkerPool(int threads, size_t maxQueued);
+    // niceness > 0 lowers the threads' scheduling priority (Linux schedules threads one by one),
+    // so that work such as password hashing yields the processor to pages.
+    WorkerPool(int threads, size_t maxQueued, int niceness = 0);
     // Runs what is still queued, then joins the threads.
     ~WorkerPool();
     WorkerPool(const WorkerPool&) = delete;
