@@ -137,7 +137,20 @@ void HttpServer::run(const std::atomic<bool>& stopRequested)
             });
     };
     watch();
-    io.run();
+    // A handler that throws (out of memory, most likely) takes down its own connection, not
+    // the worker's others.
+    while (true)
+    {
+        try
+        {
+            io.run();
+            return;
+        }
+        catch (const std::exception& error)
+        {
+            writeServerLog(LogKind::Error, {}, std::string("a connection failed: ") + error.what());
+        }
+    }
 }
 
 } // namespace kiv

@@ -206,6 +206,8 @@ class FloodTest(unittest.TestCase):
         if memory_after_stop:
             time.sleep(1)  # password checks in progress finish and give back their memory
             rss = hc.workers_rss(self.server.process.pid)
+        print(f"\n  {flood.name}: slowest probe {max(seconds for seconds, _ in results):.3f} s, worker RSS MiB "
+              f"{', '.join(f'{kib / 1024:.1f}' for kib in rss.values())}", file=sys.stderr)
         slow = [(round(seconds, 2), status) for seconds, status in results
                 if status != 200 or seconds > PROBE_SECONDS]
         self.assertEqual(slow, [], f"probes not answered within {PROBE_SECONDS} s during {flood.name}")
