@@ -195,7 +195,14 @@ class BlankLineFlood(Flood):
             try:
                 for _ in range(self.chunks):
                     if self.stopping.is_set():
-                        break
+                        # Cut short by stop(): what the server would have said is not known.
+                        try:
+                            connection.shutdown(socket.SHUT_RDWR)  # wakes the reader
+                        except OSError:
+                            pass
+                        connection.close()
+                        reader.join(timeout=10)
+                        return
                     connection.sendall(self.chunk)
             except OSError:
                 pass
