@@ -102,7 +102,7 @@ void HttpServer::run(const std::atomic<bool>& stopRequested)
     WorkerPool renderPool(myConfig.threadsPerWorker, static_cast<size_t>(limits.maxQueuedRequests));
     // Password hashing is deliberately expensive; under a flood of logins it must not take the
     // processor from the threads that serve pages.
-    constexpr int kPasswordNiceness = 10;
+    constexpr int kPasswordNiceness = 5;
     WorkerPool loginPool(limits.loginThreads, static_cast<size_t>(limits.maxQueuedLogins), kPasswordNiceness);
     LoginThrottle throttle(throttleSettings(limits));
     ConnectionTracker tracker(static_cast<size_t>(limits.maxConnections),

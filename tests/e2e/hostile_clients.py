@@ -18,8 +18,12 @@ import http.client
 import os
 import resource
 import socket
+import sys
 import threading
 import time
+
+sys.path.insert(0, os.path.join(os.path.dirname(os.path.abspath(__file__)), "..", "faults"))
+import kivharness as kh  # noqa: E402  (the shared harness of the tests that run a server)
 
 REQUEST_HEAD = b"GET / HTTP/1.1\r\nHost: hostile.test\r\n"
 
@@ -250,11 +254,9 @@ class LoginFlood(Flood):
             request = (f"GET {self.path} HTTP/1.1\r\nHost: hostile.test\r\nAuthorization: Basic {token}\r\n"
                        f"Connection: close\r\n\r\n").encode()
             try:
-                connection = connect_from(attacker_address(index), self.port, timeout=15)
-                connection.sendall(request)
-                reply = connection.recv(64)
-                connection.close()
-                self.note(reply)
+                with connect_from(attacker_address(index), self.port, timeout=15) as connection:
+                    connection.sendall(request)
+                    self.note(connection.recv(64))
             except OSError:
                 self.note(b"")
                 time.sleep(0.05)
@@ -285,32 +287,9 @@ def probe(port, path, count=20, timeout=2.0, pause=0.1):
     return results
 
 
-def children_of(pid):
-    children = []
-    for entry in os.listdir("/proc"):
-        if not entry.isdigit():
-            continue
-        try:
-            with open(f"/proc/{entry}/stat") as stat:
-                fields = stat.read().rsplit(")", 1)[1].split()
-        except OSError:
-            continue
-        if int(fields[1]) == pid and fields[0] != "Z":
-            children.append(int(entry))
-    return sorted(children)
-
-
-def rss_kib(pid):
-    with open(f"/proc/{pid}/status") as status:
-        for line in status:
-            if line.startswith("VmRSS:"):
-                return int(line.split()[1])
-    raise OSError(f"no VmRSS for {pid}")
-
-
 def workers_rss(master_pid):
     """Resident memory of each worker of a kiv-server master, in KiB."""
-    return {pid: rss_kib(pid) for pid in children_of(master_pid)}
+    return {pid: kh.rss_kib(pid) for pid in kh.children_of(master_pid)}
 
 
 def main():

@@ -18,28 +18,24 @@ and memory by design.
 Run by ctest; by hand: test_hostile_http.py --server build/server/kiv-server
 --module build/tests/e2e/kiv_test_module.so"""
 
-import argparse
-import base64
 import http.client
 import os
-import re
 import shutil
-import signal
 import socket
 import ssl
 import subprocess
 import sys
 import tempfile
-import threading
 import time
 import unittest
 import warnings
 
 import hostile_clients as hc
+import kivharness as kh  # through hostile_clients, from tests/faults
 
 SERVER = None
 MODULE = None
-PASSWORD = "correct horse"
+PASSWORD = kh.PASSWORD
 PROBE_SECONDS = float(os.environ.get("KIV_HOSTILE_PROBE_SECONDS", "2"))
 RSS_MIB = float(os.environ.get("KIV_HOSTILE_RSS_MIB", "64"))
 PUBLIC_PAGE = "/?q=probe"
@@ -49,12 +45,6 @@ PAGES = {
     "manage/index.html": "<p>editor</p>\n",
     "style.css": "body { color: black; }\n" * 100,
 }
-
-
-def password_hash():
-    result = subprocess.run([SERVER, "passwd"], input=PASSWORD + "\n", capture_output=True, text=True,
-                            timeout=60, check=True)
-    return result.stdout.strip()
 
 
 class Site:
@@ -93,7 +83,7 @@ root = "{self.root}"
 data = "data"
 protected = ["/manage/"]
 [region.users]
-admin = "{password_hash()}"
+admin = "{kh.password_hash(SERVER)}"
 """)
 
     def server_log(self):
@@ -107,55 +97,6 @@ admin = "{password_hash()}"
         shutil.rmtree(self.base, ignore_errors=True)
 
 
-class Server:
-    """A kiv-server serving a Site; urls lists what it listens on, in the order printed."""
-
-    def __init__(self, site, listeners=1):
-        self.process = subprocess.Popen([SERVER, "serve", "--config", site.config], stdout=subprocess.DEVNULL,
-                                        stderr=subprocess.PIPE)
-        self.urls = []
-        self.output = []
-        deadline = time.time() + 60
-        while len(self.urls) < listeners and time.time() < deadline:
-            line = self.process.stderr.readline().decode("latin-1")
-            if not line and self.process.poll() is not None:
-                break
-            self.output.append(line)
-            match = re.search(r"listening on (https?)://127\.0\.0\.1:(\d+)/", line)
-            if match:
-                self.urls.append((match.group(1), int(match.group(2))))
-        if len(self.urls) < listeners:
-            self.process.kill()
-            self.process.wait()
-            raise RuntimeError("kiv-server did not start:\n" + "".join(self.output))
-        self.drain = threading.Thread(target=self.process.stderr.read, daemon=True)
-        self.drain.start()
-
-    def port(self, scheme="http"):
-        return next(port for kind, port in self.urls if kind == scheme)
-
-    def stop(self):
-        if self.process.poll() is None:
-            self.process.send_signal(signal.SIGTERM)
-        try:
-            return self.process.wait(timeout=45)
-        except subprocess.TimeoutExpired:
-            self.process.kill()
-            return self.process.wait()
-        finally:
-            self.drain.join(timeout=5)
-            self.process.stderr.close()
-
-
-def wait_until(condition, seconds):
-    deadline = time.time() + seconds
-    while time.time() < deadline:
-        if condition():
-            return True
-        time.sleep(0.1)
-    return False
-
-
 def get(port, path, headers=None, source="127.0.0.1", timeout=20):
     connection = http.client.HTTPConnection("127.0.0.1", port, timeout=timeout, source_address=(source, 0))
     try:
@@ -166,10 +107,6 @@ def get(port, path, headers=None, source="127.0.0.1", timeout=20):
         connection.close()
 
 
-def basic(user, password):
-    return {"Authorization": "Basic " + base64.b64encode(f"{user}:{password}".encode()).decode()}
-
-
 class FloodTest(unittest.TestCase):
     """One server with two workers, each flood in turn. The worker limit is low enough that the
     thousand idle connections must make room for new clients."""
@@ -178,10 +115,8 @@ class FloodTest(unittest.TestCase):
     def setUpClass(cls):
         hc.raise_open_file_limit()
         cls.site = Site(workers=2, limits="max_connections = 300")
-        cls.server = Server(cls.site)
-        cls.port = cls.server.port()
-        if not wait_until(lambda: get(cls.port, PUBLIC_PAGE)[0] == 200, 30):
-            raise RuntimeError("the server does not answer")
+        cls.server = kh.Server(SERVER, cls.site, ready_path=PUBLIC_PAGE)
+        cls.port = cls.server.port
 
     @classmethod
     def tearDownClass(cls):
@@ -189,7 +124,7 @@ class FloodTest(unittest.TestCase):
         cls.site.remove()
 
     def workers(self):
-        return hc.children_of(self.server.process.pid)
+        return kh.children_of(self.server.process.pid)
 
     def assert_available_during(self, flood, memory_after_stop=False):
         """Probes the public page 20 times while the flood is on; every probe must be
@@ -204,7 +139,9 @@ class FloodTest(unittest.TestCase):
         finally:
             flood.stop()
         if memory_after_stop:
-            time.sleep(1)  # password checks in progress finish and give back their memory
+            # Each password check holds 64 MiB while it runs, by design; the checks still
+            # queued when the flood ends finish and give their memory back.
+            kh.wait_until(lambda: max(hc.workers_rss(self.server.process.pid).values()) < RSS_MIB * 1024, 60)
             rss = hc.workers_rss(self.server.process.pid)
         print(f"\n  {flood.name}: slowest probe {max(seconds for seconds, _ in results):.3f} s, worker RSS MiB "
               f"{', '.join(f'{kib / 1024:.1f}' for kib in rss.values())}", file=sys.stderr)
@@ -248,20 +185,20 @@ class LoginThrottleTest(unittest.TestCase):
 
     def setUp(self):
         self.site = Site(workers=1, limits="max_login_failures = 4\nlogin_block = 30")
-        self.server = Server(self.site)
-        self.port = self.server.port()
+        self.server = kh.Server(SERVER, self.site, ready_path=PUBLIC_PAGE)
+        self.port = self.server.port
 
     def tearDown(self):
         self.server.stop()
         self.site.remove()
 
     def test_a_client_that_keeps_failing_is_refused_without_locking_out_others(self):
-        status, _, _ = get(self.port, "/manage/", basic("admin", PASSWORD))
+        status, _, _ = get(self.port, "/manage/", kh.basic_auth("admin", PASSWORD))
         self.assertEqual(status, 200)
         statuses = []
         started = time.monotonic()
         for attempt in range(6):
-            status, headers, _ = get(self.port, "/manage/", basic("admin", f"guess{attempt}"), source="127.0.0.9")
+            status, headers, _ = get(self.port, "/manage/", kh.basic_auth("admin", f"guess{attempt}"), source="127.0.0.9")
             statuses.append(status)
         self.assertEqual(statuses, [401, 401, 401, 401, 429, 429])
         self.assertGreater(time.monotonic() - started, 0.7, "each failure after the first is answered later")
@@ -269,8 +206,8 @@ class LoginThrottleTest(unittest.TestCase):
         self.assertTrue(1 <= retry_after <= 30, retry_after)
         # The owner, whose password this worker has accepted before, still gets in; a new
         # client guessing the same user name does not even get its password checked.
-        self.assertEqual(get(self.port, "/manage/", basic("admin", PASSWORD))[0], 200)
-        self.assertEqual(get(self.port, "/manage/", basic("admin", "other"), source="127.0.0.10")[0], 429)
+        self.assertEqual(get(self.port, "/manage/", kh.basic_auth("admin", PASSWORD))[0], 200)
+        self.assertEqual(get(self.port, "/manage/", kh.basic_auth("admin", "other"), source="127.0.0.10")[0], 429)
         # Pages that need no login are not affected at all.
         self.assertEqual(get(self.port, PUBLIC_PAGE, source="127.0.0.9")[0], 200)
         log = self.site.server_log()
@@ -288,9 +225,9 @@ class TlsTest(unittest.TestCase):
         make_certificate(cls.certificate, cls.key)
         listener = f'[[listen]]\naddress = "127.0.0.1"\nport = 0\ntls_cert = "{cls.certificate}"\ntls_key = "{cls.key}"\n'
         cls.site = Site(workers=1, server_extra="redirect_to_tls = true", listeners=listener)
-        cls.server = Server(cls.site, listeners=2)
-        cls.tls_port = cls.server.port("https")
-        cls.plain_port = cls.server.port("http")
+        cls.server = kh.Server(SERVER, cls.site, listeners=2, ready_path=None)
+        cls.tls_port = cls.server.port_of("https")
+        cls.plain_port = cls.server.port_of("http")
 
     @classmethod
     def tearDownClass(cls):
@@ -338,7 +275,7 @@ class TlsTest(unittest.TestCase):
             except ConnectionResetError:
                 reply = b""
         self.assertFalse(reply.startswith(b"HTTP/"), reply[:40])
-        self.assertTrue(wait_until(lambda: "the TLS handshake failed" in self.site.server_log(), 5))
+        self.assertTrue(kh.wait_until(lambda: "the TLS handshake failed" in self.site.server_log(), 5))
         self.assertRegex(self.curl(f"https://127.0.0.1:{self.tls_port}/?q=after"), r"^HTTP/1\.1 200 ")
 
     def test_the_plain_port_redirects_to_tls(self):
@@ -368,16 +305,10 @@ def make_certificate(certificate, key):
                     "-addext", "subjectAltName=IP:127.0.0.1"], check=True, capture_output=True, timeout=60)
 
 
-def main():
+def configure(server, module):
     global SERVER, MODULE
-    parser = argparse.ArgumentParser()
-    parser.add_argument("--server", required=True)
-    parser.add_argument("--module", required=True)
-    options, rest = parser.parse_known_args()
-    SERVER = os.path.abspath(options.server)
-    MODULE = os.path.abspath(options.module)
-    unittest.main(argv=[sys.argv[0]] + rest, verbosity=2)
+    SERVER, MODULE = server, module
 
 
 if __name__ == "__main__":
-    main()
+    kh.main(configure)
