@@ -11,21 +11,25 @@ namespace kiv
 namespace
 {
 
+// The text before the first separator (all of it without one); list keeps what follows.
+std::string_view takeElement(std::string_view& list, char separator)
+{
+    size_t at = list.find(separator);
+    std::string_view element = list.substr(0, at);
+    list = at == std::string_view::npos ? std::string_view() : list.substr(at + 1);
+    return element;
+}
+
 // Whether the parameters of one Accept-Encoding element ("gzip;q=0") refuse it: a quality of
 // zero, however it is written. Only zero and non-zero matter here.
 bool qualityIsZero(std::string_view parameters)
 {
     while (!parameters.empty())
     {
-        size_t semicolon = parameters.find(';');
-        std::string_view parameter = parameters.substr(0, semicolon);
-        parameters =
-            semicolon == std::string_view::npos ? std::string_view() : parameters.substr(semicolon + 1);
+        std::string_view parameter = takeElement(parameters, ';');
         size_t equals = parameter.find('=');
-        if (equals == std::string_view::npos || !equalsIgnoringCase(trim(parameter.substr(0, equals)), "q"))
-            continue;
-        std::string_view value = trim(parameter.substr(equals + 1));
-        return value.find_first_of("123456789") == std::string_view::npos;
+        if (equals != std::string_view::npos && equalsIgnoringCase(trim(parameter.substr(0, equals)), "q"))
+            return trim(parameter.substr(equals + 1)).find_first_of("123456789") == std::string_view::npos;
     }
     return false;
 }
@@ -52,13 +56,9 @@ bool acceptsGzip(std::string_view acceptEncoding)
     std::optional<bool> any;
     while (!acceptEncoding.empty())
     {
-        size_t comma = acceptEncoding.find(',');
-        std::string_view element = acceptEncoding.substr(0, comma);
-        acceptEncoding =
-            comma == std::string_view::npos ? std::string_view() : acceptEncoding.substr(comma + 1);
-        size_t semicolon = element.find(';');
-        std::string_view coding = trim(element.substr(0, semicolon));
-        bool accepted = semicolon == std::string_view::npos || !qualityIsZero(element.substr(semicolon + 1));
+        std::string_view parameters = takeElement(acceptEncoding, ',');
+        std::string_view coding = trim(takeElement(parameters, ';'));
+        bool accepted = !qualityIsZero(parameters);
         if (equalsIgnoringCase(coding, "gzip") || equalsIgnoringCase(coding, "x-gzip"))
             gzip = accepted;
         else if (coding == "*")

@@ -522,8 +522,9 @@ private:
             response.setHeader("Strict-Transport-Security",
                                "max-age=" + std::to_string(my.config.hstsMaxAgeSeconds));
         ResponseFraming framing{myHeadRequest, myKeepAlive};
-        myAccess = {request.method.empty() ? "-" : request.requestLine(),
+        myAccess = {myAddress,
                     request.user,
+                    request.method.empty() ? "-" : request.requestLine(),
                     response.status,
                     bodyBytesOf(response, framing),
                     request.headerOr("Referer"),
@@ -590,11 +591,7 @@ private:
                                   });
     }
 
-    void logAccess()
-    {
-        writeAccessLog({myAddress, myAccess.user, myAccess.requestLine, myAccess.status, myAccess.bytes,
-                        myAccess.referer, myAccess.userAgent});
-    }
+    void logAccess() { writeAccessLog(myAccess); }
 
     void onWritten()
     {
@@ -650,16 +647,6 @@ private:
         my.tracker.leave(*this);
     }
 
-    struct AccessLine
-    {
-        std::string requestLine;
-        std::string user;
-        int status = 0;
-        uint64_t bytes = 0;
-        std::string referer;
-        std::string userAgent;
-    };
-
     Stream myStream;
     asio::steady_timer myTimer;
     const Listener& myListener;
@@ -677,7 +664,7 @@ private:
     bool myRefused = false;
     std::optional<HttpResponse> myRefusal; // for a TLS refusal, until the handshake is done
     std::optional<beast::http::message_generator> myResponse;
-    AccessLine myAccess;
+    AccessRecord myAccess;
     size_t myDrained = 0;
 };
 
@@ -687,23 +674,20 @@ void admit(tcp::socket socket, const Listener& listener, ConnectionContext& cont
 {
     auto connection =
         std::make_shared<Connection<Stream>>(std::move(socket), listener, context, address, port);
-    switch (context.tracker.admit(*connection, address, Clock::now()))
-    {
-    case ConnectionTracker::Admission::Admitted:
+    auto admission = context.tracker.admit(*connection, address, Clock::now());
+    if (admission == ConnectionTracker::Admission::Admitted)
         return connection->start();
-    case ConnectionTracker::Admission::AddressFull:
-        context.refusalLog.write(LogKind::Warning, "address-full",
-                                 "answered 429 to " + address + ": it has " +
-                                     std::to_string(context.config.limits.maxConnectionsPerAddress) +
-                                     " connections to this worker");
-        return connection->refuseAtTheDoor(429, "Too many connections from your address.");
-    case ConnectionTracker::Admission::WorkerFull:
-        context.refusalLog.write(LogKind::Warning, "worker-full",
-                                 "answered 503 to " + address + ": the worker has " +
-                                     std::to_string(context.config.limits.maxConnections) +
-                                     " connections and none is idle");
-        return connection->refuseAtTheDoor(503, "The server is busy. Try again in a moment.");
-    }
+    const ServerLimits& limits = context.config.limits;
+    bool addressFull = admission == ConnectionTracker::Admission::AddressFull;
+    std::string why =
+        addressFull
+            ? "it has " + std::to_string(limits.maxConnectionsPerAddress) + " connections to this worker"
+            : "the worker has " + std::to_string(limits.maxConnections) + " connections and none is idle";
+    int status = addressFull ? 429 : 503;
+    context.refusalLog.write(LogKind::Warning, addressFull ? "address-full" : "worker-full",
+                             "answered " + std::to_string(status) + " to " + address + ": " + why);
+    connection->refuseAtTheDoor(status, addressFull ? "Too many connections from your address."
+                                                    : "The server is busy. Try again in a moment.");
 }
 
 } // namespace

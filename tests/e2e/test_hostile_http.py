@@ -47,56 +47,6 @@ PAGES = {
 }
 
 
-class Site:
-    """A scratch site and configuration; extra is TOML added to [server], limits to [limits]."""
-
-    def __init__(self, workers=2, limits="", server_extra="", listeners=""):
-        self.base = tempfile.mkdtemp(prefix="kiv-hostile-")
-        self.root = os.path.join(self.base, "site")
-        for name, text in PAGES.items():
-            path = os.path.join(self.root, name)
-            os.makedirs(os.path.dirname(path), exist_ok=True)
-            with open(path, "w") as out:
-                out.write(text)
-        self.config = os.path.join(self.base, "server.toml")
-        self.log = os.path.join(self.base, "server.log")
-        with open(self.config, "w") as out:
-            out.write(f"""
-[server]
-listen = "127.0.0.1"
-port = 0
-workers = {workers}
-threads = 4
-modules = ["{MODULE}"]
-server_log = "{self.log}"
-access_log = "/dev/null"
-{server_extra}
-
-{listeners}
-
-[limits]
-{limits}
-
-[[region]]
-name = "main"
-root = "{self.root}"
-data = "data"
-protected = ["/manage/"]
-[region.users]
-admin = "{kh.password_hash(SERVER)}"
-""")
-
-    def server_log(self):
-        try:
-            with open(self.log, encoding="latin-1") as log:
-                return log.read()
-        except OSError:
-            return ""
-
-    def remove(self):
-        shutil.rmtree(self.base, ignore_errors=True)
-
-
 def get(port, path, headers=None, source="127.0.0.1", timeout=20):
     connection = http.client.HTTPConnection("127.0.0.1", port, timeout=timeout, source_address=(source, 0))
     try:
@@ -114,7 +64,7 @@ class FloodTest(unittest.TestCase):
     @classmethod
     def setUpClass(cls):
         hc.raise_open_file_limit()
-        cls.site = Site(workers=2, limits="max_connections = 300")
+        cls.site = kh.Site(SERVER, MODULE, workers=2, extra_limits="max_connections = 300", pages=PAGES)
         cls.server = kh.Server(SERVER, cls.site, ready_path=PUBLIC_PAGE)
         cls.port = cls.server.port
 
@@ -167,12 +117,12 @@ class FloodTest(unittest.TestCase):
         # Each connection was answered 431 long before its ten megabytes were through.
         self.assertGreater(flood.rounds, 0)
         self.assertEqual(set(flood.replies), {"HTTP/1.1 431"}, flood.replies)
-        self.assertIn("bytes of blank lines before the request line", self.site.server_log())
+        self.assertIn("bytes of blank lines before the request line", self.server.logged())
 
     def test_idle_connections(self):
         flood = hc.IdleConnections(self.port, count=1000)
         self.assert_available_during(flood)
-        self.assertIn("to make room for a new one", self.site.server_log())
+        self.assertIn("to make room for a new one", self.server.logged())
 
     def test_wrong_login_flood(self):
         flood = hc.LoginFlood(self.port, threads=32, path="/manage/")
@@ -184,7 +134,8 @@ class LoginThrottleTest(unittest.TestCase):
     """One worker, so that every attempt meets the same counts."""
 
     def setUp(self):
-        self.site = Site(workers=1, limits="max_login_failures = 4\nlogin_block = 30")
+        self.site = kh.Site(SERVER, MODULE, workers=1, extra_limits="max_login_failures = 4\nlogin_block = 30",
+                            pages=PAGES)
         self.server = kh.Server(SERVER, self.site, ready_path=PUBLIC_PAGE)
         self.port = self.server.port
 
@@ -210,7 +161,8 @@ class LoginThrottleTest(unittest.TestCase):
         self.assertEqual(get(self.port, "/manage/", kh.basic_auth("admin", "other"), source="127.0.0.10")[0], 429)
         # Pages that need no login are not affected at all.
         self.assertEqual(get(self.port, PUBLIC_PAGE, source="127.0.0.9")[0], 200)
-        log = self.site.server_log()
+        kh.wait_until(lambda: "failed logins as 'admin'" in self.server.logged(), 5)
+        log = self.server.logged()
         self.assertEqual(log.count("failed login for user 'admin' from 127.0.0.9"), 1, log)
         self.assertEqual(log.count("failed logins from 127.0.0.9"), 1, log)
         self.assertEqual(log.count("failed logins as 'admin'"), 1, log)
@@ -224,7 +176,8 @@ class TlsTest(unittest.TestCase):
         cls.key = os.path.join(cls.folder, "key.pem")
         make_certificate(cls.certificate, cls.key)
         listener = f'[[listen]]\naddress = "127.0.0.1"\nport = 0\ntls_cert = "{cls.certificate}"\ntls_key = "{cls.key}"\n'
-        cls.site = Site(workers=1, server_extra="redirect_to_tls = true", listeners=listener)
+        cls.site = kh.Site(SERVER, MODULE, workers=1, pages=PAGES, extra_server="redirect_to_tls = true",
+                           listeners=listener)
         cls.server = kh.Server(SERVER, cls.site, listeners=2, ready_path=None)
         cls.tls_port = cls.server.port_of("https")
         cls.plain_port = cls.server.port_of("http")
@@ -275,7 +228,7 @@ class TlsTest(unittest.TestCase):
             except ConnectionResetError:
                 reply = b""
         self.assertFalse(reply.startswith(b"HTTP/"), reply[:40])
-        self.assertTrue(kh.wait_until(lambda: "the TLS handshake failed" in self.site.server_log(), 5))
+        self.assertTrue(kh.wait_until(lambda: "the TLS handshake failed" in self.server.logged(), 5))
         self.assertRegex(self.curl(f"https://127.0.0.1:{self.tls_port}/?q=after"), r"^HTTP/1\.1 200 ")
 
     def test_the_plain_port_redirects_to_tls(self):

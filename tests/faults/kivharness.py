@@ -57,23 +57,28 @@ def password_hash(server):
 
 
 class Site:
-    """A scratch copy of the example site, its data folder and a configuration."""
+    """A scratch site, its data folder and a configuration: a copy of the example site with the
+    test pages, or only the given pages. extra_server and extra_limits are TOML lines for
+    [server] and [limits]; listeners, [[listen]] tables."""
 
-    def __init__(self, server, module, workers=2, threads=4, extra_limits=""):
+    def __init__(self, server, module, workers=2, threads=4, extra_limits="", pages=None, extra_server="",
+                 listeners=""):
         self.base = tempfile.mkdtemp(prefix="kiv-faults-")
         self.root = os.path.join(self.base, "site")
         self.data = os.path.join(self.base, "data")
-        shutil.copytree(EXAMPLE_SITE, self.root)
+        if pages is None:
+            shutil.copytree(EXAMPLE_SITE, self.root)
+            pages = TEST_PAGES
         os.makedirs(self.data)
-        for name, text in TEST_PAGES.items():
+        for name, text in pages.items():
             path = os.path.join(self.root, name)
             os.makedirs(os.path.dirname(path), exist_ok=True)
             with open(path, "w", encoding="latin-1") as out:
                 out.write(text)
         self.config = os.path.join(self.base, "server.toml")
-        self.write_config(server, module, workers, threads, extra_limits)
+        self.write_config(server, module, workers, threads, extra_limits, extra_server, listeners)
 
-    def write_config(self, server, module, workers, threads, extra_limits=""):
+    def write_config(self, server, module, workers, threads, extra_limits="", extra_server="", listeners=""):
         with open(self.config, "w") as out:
             out.write(f"""
 [server]
@@ -83,6 +88,9 @@ workers = {workers}
 threads = {threads}
 modules = ["{module}"]
 access_log = "{os.path.join(self.base, 'access.log')}"
+{extra_server}
+
+{listeners}
 
 [limits]
 keep_alive_timeout = 30
@@ -135,6 +143,10 @@ class Server:
 
     def port_of(self, scheme):
         return next(port for kind, port in self.urls if kind == scheme)
+
+    def logged(self):
+        """What the server wrote to standard error (its log, without a log file) so far."""
+        return "".join(self.log)
 
     def _drain(self):
         for line in self.process.stderr:
