@@ -2,8 +2,11 @@
 """Turns the raw results of scripts/bench.sh into docs/benchmarks.md and its chart.
 
 Reads <work>/wrk/<setup>__<target>__<run>.txt (wrk --latency output), <work>/rss/*.txt
-(ps lines: program pid rss-KiB) and <work>/floor/*.txt (sqlite3 timings, byte checks).
-Medians over the runs; ratios are kiv-server against each peer. Standard library only.
+(ps lines: program pid rss-KiB), <work>/floor/*.txt (sqlite3 timings, byte checks) and
+<work>/floods/<setup>__<flood>.txt (hostile_clients.py: "probe MS STATUS" lines and an "rss"
+line). Medians over the runs; ratios are kiv-server against each peer. With --before, the
+wrk results of an earlier run (another revision) are compared with this one's. Standard
+library only.
 """
 import argparse
 import datetime
@@ -75,6 +78,30 @@ def load_floor(work):
         setup, name = os.path.basename(path)[:-4].split("__")
         floor[(setup, name)] = open(path).read().split()
     return floor
+
+
+FLOODS = [("slowloris", "200 slowloris connections (a byte a second)"),
+          ("slow-body", "64 bodies announced and never sent"),
+          ("blank-lines", "10 MB of empty lines before a request line (4 connections)"),
+          ("idle", "1,000 idle connections"),
+          ("wrong-logins", "32 threads of wrong logins")]
+PROBE_GOAL_MS = 200
+
+
+def load_floods(work):
+    """(setup, flood) -> {"probes": [(ms, status)], "rss": [KiB, ...]}"""
+    floods = {}
+    for path in glob.glob(os.path.join(work, "floods", "*__*.txt")):
+        setup, flood = os.path.basename(path)[:-4].split("__")
+        entry = {"probes": [], "rss": []}
+        for line in open(path, errors="replace"):
+            parts = line.split()
+            if len(parts) == 3 and parts[0] == "probe":
+                entry["probes"].append((float(parts[1]), parts[2]))
+            elif parts and parts[0] == "rss":
+                entry["rss"] = [int(kib) for kib in parts[1:]]
+        floods[(setup, flood)] = entry
+    return floods
 
 
 def load_micro(work):
@@ -180,6 +207,7 @@ def main():
     parser.add_argument("--docs", required=True)
     parser.add_argument("--notes", required=True)
     parser.add_argument("--settings", default="")
+    parser.add_argument("--before", help="the work folder of an earlier run, to compare with")
     args = parser.parse_args()
 
     wrk = load_wrk(args.work)
@@ -272,6 +300,47 @@ def main():
                 f"between the last two rows.")
         add("")
 
+    floods = load_floods(args.work)
+    if floods:
+        add("## Floods")
+        add("")
+        add("Each flood from its own loopback addresses (tests/e2e/hostile_clients.py) against kiv-server")
+        add("with its default limits, while the 25-row page is probed 20 times, one request at a time,")
+        add(f"from 127.0.0.1. The goal: every probe answered, each under {PROBE_GOAL_MS} ms. Worker memory is")
+        add("read while the flood is on (for the wrong logins, each password check holds 64 MiB while it")
+        add("runs).")
+        add("")
+        add("| Setup | Flood | Probes answered | Median ms | Slowest ms | Worker RSS MiB |")
+        add("|---|---|---:|---:|---:|---|")
+        for setup, flood, title in [(setup, flood, title) for setup, _ in SETUPS for flood, title in FLOODS]:
+            entry = floods.get((setup, flood))
+            if not entry:
+                continue
+            probes = entry["probes"]
+            answered = sum(1 for _, status in probes if status == "200")
+            times = [ms for ms, _ in probes]
+            add(f"| {setup} | {title} | {answered} of {len(probes)} | "
+                f"{fmt(statistics.median(times), 1) if times else 'n/a'} | {fmt(max(times), 1) if times else 'n/a'} | "
+                f"{', '.join(f'{kib / 1024:.1f}' for kib in entry['rss']) or 'n/a'} |")
+        add("")
+
+    if args.before:
+        before = load_wrk(args.before)
+        add("## Before and after")
+        add("")
+        add(f"The same pages measured by an earlier run (`{os.path.basename(os.path.normpath(args.before))}`) and by")
+        add("this one, on the same machine.")
+        add("")
+        add("| Setup | Page | Requests/s before | after | p99 ms before | after |")
+        add("|---|---|---:|---:|---:|---:|")
+        for setup, _ in SETUPS:
+            for target in ("kiv-page25", "kiv-editor"):
+                old = before.get((setup, target), {})
+                new = wrk.get((setup, target), {})
+                add(f"| {setup} | {target} | {fmt(old.get('rps'), 1)} | {fmt(new.get('rps'), 1)} | "
+                    f"{fmt(old.get('p99'), 2)} | {fmt(new.get('p99'), 2)} |")
+        add("")
+
     micro = load_micro(args.work)
     if micro:
         add("## Micro-benchmarks")
@@ -319,6 +388,24 @@ def main():
                 verdict = f"not shown: only {count:,} requests"
             targets.append(f"| Worker memory flat over 100,000 requests and under 32 MiB | {largest:.1f} MiB "
                            f"after {count:,} requests, {growth:+.1f} MiB over the run | {verdict} |")
+    if floods:
+        probes = [probe for entry in floods.values() for probe in entry["probes"]]
+        slowest = max((ms for ms, _ in probes), default=None)
+        unanswered = sum(1 for _, status in probes if status != "200")
+        met = probes and unanswered == 0 and slowest < PROBE_GOAL_MS
+        targets.append(f"| Every probe during the floods answered within {PROBE_GOAL_MS} ms | slowest "
+                       f"{fmt(slowest, 1)} ms, {unanswered} of {len(probes)} unanswered | "
+                       f"{'met' if met else 'missed'} |")
+    if args.before:
+        before = load_wrk(args.before)
+        for setup, title in SETUPS:
+            old, new = before.get((setup, "kiv-page25"), {}), wrk.get((setup, "kiv-page25"), {})
+            if old.get("rps") and new.get("rps"):
+                kept = new["rps"] >= 0.95 * old["rps"]
+                fell = new.get("p99", 1e9) < old.get("p99", 0)
+                targets.append(f"| 25-row page keeps its throughput and its p99 falls ({title}) | "
+                               f"{ratio(new['rps'], old['rps'])} the throughput, p99 {fmt(old.get('p99'), 2)} -> "
+                               f"{fmt(new.get('p99'), 2)} ms | {'met' if kept and fell else 'missed'} |")
     add("| Target | Measured | |")
     add("|---|---|---|")
     lines.extend(targets)

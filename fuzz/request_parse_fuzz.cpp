@@ -1,14 +1,16 @@
 // Fuzzes the server's own request handling on arbitrary bytes as they arrive on a socket: the
-// request head, the body length, query strings, url-encoded and multipart forms, cookies,
-// Basic credentials, the same-origin check and the mapping of URL and module paths to files.
-// Beyond not crashing, it checks what the server relies on: a complete head is complete only
-// once its empty line has arrived, a decoded path never holds a NUL byte, and a path that is
+// request reader (the server's rules around Boost.Beast's parser: limits, blank lines, body
+// framing, target decoding), query strings, url-encoded and multipart forms, cookies, Basic
+// credentials, the same-origin check and the mapping of URL and module paths to files.
+// Beyond not crashing, it checks what the server relies on: the bytes read in one piece and
+// in small pieces give the same request (or the same refusal), a refusal names its status, an
+// accepted body is within the limit, a decoded path never holds a NUL byte, and a path that is
 // resolved always lies inside its folder.
 // fuzz-link: kivserver_core
 #include "common/SafePaths.h"
 #include "config/ServerConfig.h"
 #include "http/Forms.h"
-#include "http/RequestParser.h"
+#include "http/RequestReader.h"
 #include "site/SiteHandler.h"
 
 #include <unistd.h>
@@ -61,20 +63,15 @@ void checkConfined(const fs::path& folder, const std::optional<fs::path>& resolv
         std::abort(); // a request reached a file outside its folder
 }
 
-void useRequest(const Folders& folders, kiv::HttpRequest& request, std::string_view rest,
-                const kiv::ServerLimits& limits)
+void useRequest(const Folders& folders, kiv::HttpRequest& request, const kiv::ServerLimits& limits)
 {
     if (request.path.find('\0') != std::string::npos)
         std::abort();
+    if (request.body.size() > limits.maxBodyBytes)
+        std::abort(); // an accepted body is never over the limit
     checkConfined(folders.root, kiv::resolveUrlPath(folders.root, request.path));
     checkConfined(folders.data, kiv::resolveFileInFolder(folders.data, request.path));
     checkConfined(folders.data, kiv::resolveFileInFolder(folders.data, request.queryString));
-
-    kiv::BodyLength body = kiv::determineBodyLength(request, limits);
-    if (body.errorStatus == 0 && body.length > limits.maxBodyBytes)
-        std::abort(); // an accepted body is never over the limit
-    if (body.errorStatus == 0)
-        request.body = std::string(rest.substr(0, body.length));
 
     (void)kiv::parseUrlEncoded(request.queryString);
     (void)kiv::parsePostArguments(request);
@@ -90,6 +87,40 @@ void useRequest(const Folders& folders, kiv::HttpRequest& request, std::string_v
     (void)request.wantsKeepAlive();
     (void)request.requestLine();
 }
+
+struct Outcome
+{
+    kiv::ReadState state = kiv::ReadState::NeedMore;
+    int status = 0;
+    size_t used = 0;
+};
+
+// Offers the bytes in pieces of the given size, the unused ones again with the next piece, as
+// the connection layer does.
+Outcome readInPieces(kiv::RequestReader& reader, std::string_view received, size_t piece)
+{
+    Outcome outcome;
+    std::string unused;
+    for (size_t offset = 0; offset < received.size();)
+    {
+        size_t take = std::min(piece, received.size() - offset);
+        unused.append(received.substr(offset, take));
+        offset += take;
+        do
+        {
+            size_t used = reader.feed(unused);
+            if (used > unused.size())
+                std::abort();
+            unused.erase(0, used);
+            outcome.used += used;
+        } while (reader.state() == kiv::ReadState::HeadReady);
+        if (reader.state() == kiv::ReadState::Complete || reader.state() == kiv::ReadState::Refused)
+            break;
+    }
+    outcome.state = reader.state();
+    outcome.status = reader.refusalStatus();
+    return outcome;
+}
 } // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
@@ -98,21 +129,24 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
     static const kiv::ServerLimits limits = smallLimits();
     const std::string_view received(reinterpret_cast<const char*>(data), size);
 
-    kiv::HttpRequest request;
-    const kiv::HeadParseResult head = kiv::parseRequestHead(received, limits, request);
-    if (head.status == kiv::HeadStatus::Invalid && head.errorStatus < 400)
+    kiv::RequestReader whole(limits);
+    const Outcome inOnePiece = readInPieces(whole, received, received.size() + 1);
+    if (inOnePiece.state == kiv::ReadState::Refused && inOnePiece.status < 400)
         std::abort(); // a refusal always names the status to answer with
-    if (head.status == kiv::HeadStatus::Complete)
+    // The first byte picks how small the pieces are: the reader must not depend on where a
+    // read happens to end.
+    kiv::RequestReader pieces(limits);
+    const Outcome inPieces = readInPieces(pieces, received, size == 0 ? 1 : 1 + data[0] % 13);
+    if (inPieces.state != inOnePiece.state || inPieces.status != inOnePiece.status)
+        std::abort();
+    if (inOnePiece.state == kiv::ReadState::Complete)
     {
-        if (head.headLength < 4 || head.headLength > size ||
-            received.substr(head.headLength - 4, 4) != "\r\n\r\n")
+        const kiv::HttpRequest& a = whole.request();
+        const kiv::HttpRequest& b = pieces.request();
+        if (inPieces.used != inOnePiece.used || a.method != b.method || a.target != b.target ||
+            a.headers != b.headers || a.body != b.body)
             std::abort();
-        // The same bytes without their last one were not yet a whole head.
-        kiv::HttpRequest partial;
-        if (kiv::parseRequestHead(received.substr(0, head.headLength - 1), limits, partial).status ==
-            kiv::HeadStatus::Complete)
-            std::abort();
-        useRequest(folders, request, received.substr(head.headLength), limits);
+        useRequest(folders, whole.request(), limits);
     }
 
     // The form and cookie decoders on the raw bytes, whatever the head parser made of them.

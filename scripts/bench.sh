@@ -7,7 +7,9 @@
 #
 # Settings (environment): BENCH_RUNS (3), BENCH_DURATION seconds per measurement (10),
 # BENCH_CONNECTIONS (16), BENCH_RECORDS (100000), BENCH_MEMORY_REQUESTS (100000),
-# BENCH_BUILD (build-bench), BENCH_WORK (<build>/bench-run), BENCH_PORT_BASE (18180).
+# BENCH_BUILD (build-bench), BENCH_WORK (<build>/bench-run), BENCH_PORT_BASE (18180),
+# BENCH_BEFORE (the work folder of an earlier run, say of an older revision, kept elsewhere:
+# the report then compares the 25-row page before and after).
 #
 # Pages, each over both index setups (separate indexes on City and Name; one on (City, Name)):
 #   page25    a 25-row search page: City = Lyon, ORDER BY Name, page 2, paging footer
@@ -15,7 +17,11 @@
 #   editor    the editor's search-results page (the same search, posted)
 # Peers: the 25-row page in PHP (PDO SQLite, prepared statements, htmlspecialchars) under
 # php-fpm behind nginx; nginx serving the rendered bytes as a static file (the ceiling);
-# sqlite3 -html running the same queries (the floor). The peers are installed here from
+# sqlite3 -html running the same queries (the floor).
+# Floods (one index on (City, Name)): 200 slowloris connections, 64 slow bodies, ten megabytes
+# of empty lines before a request line, 1,000 idle connections and 32 threads of wrong logins,
+# each while the 25-row page is probed 20 times (tests/e2e/hostile_clients.py): the latency of
+# every probe and the workers' memory. The peers are installed here from
 # Debian's packages; nothing else in the project needs them. Everything listens on
 # 127.0.0.1 only and is stopped at the end.
 set -euo pipefail
@@ -146,6 +152,17 @@ record_memory() { # setup label
     done
 }
 
+# Each flood while the 25-row page is probed; the kiv-server master is the first of PIDS.
+floods() { # setup
+    local setup=$1 flood
+    for flood in slowloris slow-body blank-lines idle wrong-logins; do
+        log "setup $setup: flood $flood"
+        python3 "$ROOT/tests/e2e/hostile_clients.py" --port "$KIV_PORT" --flood "$flood" \
+            --path "/page25.html?city=$CITY&page=2" --login-path /manage/ --server-pid "${PIDS[0]}" \
+            >"$WORK/floods/${setup}__${flood}.txt" 2>&1 || true
+    done
+}
+
 # sqlite3 -html over the same queries, in one process: seconds for `count` pages.
 sqlite_floor() { # setup name count sql
     local setup=$1 name=$2 count=$3 sql=$4 script="$WORK/floor/$2.sql"
@@ -192,7 +209,7 @@ main() {
     install_peers
     build
     rm -rf "$WORK"
-    mkdir -p "$WORK"/{site,static,php,nginx,logs,wrk,rss,floor}
+    mkdir -p "$WORK"/{site,static,php,nginx,logs,wrk,rss,floor,floods}
     make_data
     local page25="page25.html?city=$CITY&page=2"
     local sql25="SELECT Name, City, Age, Email, Phone FROM people WHERE City = '$CITY' ORDER BY Name, id LIMIT 25 OFFSET 25;"
@@ -228,7 +245,10 @@ main() {
             measure "$setup" kiv-rows10000 "$run" "http://127.0.0.1:$KIV_PORT/rows10000.html" 1 --timeout 60s
         done
         record_memory "$setup" after-runs
-        [[ $setup == city-name ]] && memory_run "$setup"
+        if [[ $setup == city-name ]]; then
+            floods "$setup"
+            memory_run "$setup"
+        fi
         stop_servers
         sqlite_floor "$setup" sqlite-page25 2000 "$sql25"
         sqlite_floor "$setup" sqlite-rows10000 20 "$sql10k"
@@ -236,7 +256,8 @@ main() {
     micro_benchmarks
     log "writing docs/benchmarks.md and docs/benchmarks.png"
     python3 "$ROOT/bench/report.py" --work "$WORK" --docs "$ROOT/docs" --notes "$ROOT/bench/profile-notes.md" \
-        --settings "runs=$RUNS duration=${DURATION}s connections=$CONNECTIONS records=$RECORDS"
+        --settings "runs=$RUNS duration=${DURATION}s connections=$CONNECTIONS records=$RECORDS" \
+        ${BENCH_BEFORE:+--before "$BENCH_BEFORE"}
 }
 
 main "$@"

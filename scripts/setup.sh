@@ -7,7 +7,7 @@ packages=(
     build-essential cmake ninja-build pkg-config clang libclang-rt-14-dev
     libgtest-dev libgmock-dev libbenchmark-dev
     libsqlite3-dev sqlite3
-    libcpp-httplib-dev libcli11-dev libtomlplusplus-dev libssl-dev libsodium-dev
+    libboost1.81-dev zlib1g-dev libssl-dev openssl libcli11-dev libtomlplusplus-dev libsodium-dev
     unixodbc unixodbc-dev odbc-postgresql libsqliteodbc postgresql
     python3 curl
 )

@@ -4,6 +4,8 @@
 //   passwd  print a password hash for the configuration
 //   check   validate a configuration
 #include "config/ServerConfig.h"
+#include "http/Listener.h"
+#include "http/TlsContext.h"
 #include "logging/Log.h"
 #include "modules/ModuleRegistry.h"
 #include "process/ServerProcesses.h"
@@ -36,6 +38,8 @@ struct CommonOptions
     int workers = -1;
     std::string serverLog;
     std::string accessLog;
+    std::string tlsCertificate;
+    std::string tlsKey;
 };
 
 void addCommonOptions(CLI::App& command, CommonOptions& options)
@@ -45,6 +49,13 @@ void addCommonOptions(CLI::App& command, CommonOptions& options)
     command.add_option("--data", options.data, "data folder (default: beside the site, <root>-data)");
     command.add_option("--module", options.modules,
                        "module library to load (repeatable; replaces the default)");
+}
+
+void addTlsOptions(CLI::App& command, CommonOptions& options)
+{
+    command.add_option("--tls-cert", options.tlsCertificate,
+                       "PEM certificate chain: the main listener speaks HTTPS (with --tls-key)");
+    command.add_option("--tls-key", options.tlsKey, "PEM private key of --tls-cert");
 }
 
 fs::path programPath()
@@ -88,10 +99,19 @@ kiv::ServerConfig buildConfig(const CommonOptions& options)
                 << "kiv-server: warning: the database module (libkivdatabase.so) was not found beside the "
                    "program; pages are served without it (use --module)\n";
     }
+    kiv::ListenerConfig& mainListener = config.listeners.front();
     if (!options.listen.empty())
-        config.listenAddress = options.listen;
+        mainListener.address = options.listen;
     if (options.port >= 0)
-        config.port = options.port;
+        mainListener.port = options.port;
+    if (options.tlsCertificate.empty() != options.tlsKey.empty())
+        throw kiv::ConfigError("--tls-cert and --tls-key go together");
+    if (!options.tlsCertificate.empty())
+    {
+        mainListener.tlsCertificate = fs::absolute(options.tlsCertificate);
+        mainListener.tlsKey = fs::absolute(options.tlsKey);
+        mainListener.redirectToTls = false;
+    }
     if (options.workers >= 0)
         config.workers = options.workers;
     if (!options.serverLog.empty())
@@ -133,10 +153,15 @@ int serve(const CommonOptions& options, bool singleProcess)
     loadModules(config, registry);
     for (const auto& region : config.regions)
         kiv::importSampleData(region);
-    kiv::Listener listener(config.listenAddress, config.port);
-    std::cerr << "kiv-server: listening on http://" << config.listenAddress << ":" << listener.port()
-              << "/ (site " << config.regions.front().siteRoot.string() << ")" << std::endl;
-    return kiv::runServer(config, registry, listener, singleProcess);
+    kiv::raiseOpenFileLimit();
+    std::vector<kiv::Listener> listeners;
+    for (const auto& listenerConfig : config.listeners)
+        listeners.emplace_back(listenerConfig);
+    for (const auto& listener : listeners)
+        std::cerr << "kiv-server: listening on " << listener.url()
+                  << (listener.config().redirectToTls ? " (redirecting to HTTPS)" : "") << " (site "
+                  << config.regions.front().siteRoot.string() << ")" << std::endl;
+    return kiv::runServer(config, registry, listeners, singleProcess);
 }
 
 struct RenderOptions
@@ -250,6 +275,11 @@ int check(const CommonOptions& options)
 {
     kiv::ServerConfig config = buildConfig(options);
     auto problems = kiv::findConfigProblems(config);
+    for (const auto& listener : config.listeners)
+        if (listener.isTls())
+            if (std::string problem = kiv::findTlsProblem(listener.tlsCertificate, listener.tlsKey);
+                !problem.empty())
+                problems.push_back(problem);
     kiv::ModuleRegistry registry;
     for (const auto& module : config.modules)
     {
@@ -267,7 +297,10 @@ int check(const CommonOptions& options)
     if (!problems.empty())
         return 1;
     std::cout << "configuration OK: " << config.regions.size() << " region(s), " << config.modules.size()
-              << " module(s), listening on " << config.listenAddress << ":" << config.port << "\n";
+              << " module(s), listening on";
+    for (const auto& listener : config.listeners)
+        std::cout << " " << listener.address << ":" << listener.port << (listener.isTls() ? " (HTTPS)" : "");
+    std::cout << "\n";
     return 0;
 }
 
@@ -282,6 +315,7 @@ int main(int argc, char** argv)
     bool singleProcess = false;
     CLI::App* serveCommand = app.add_subcommand("serve", "run the server");
     addCommonOptions(*serveCommand, serveOptions);
+    addTlsOptions(*serveCommand, serveOptions);
     serveCommand->add_option("--listen", serveOptions.listen,
                              "IPv4 address to listen on (default 127.0.0.1)");
     serveCommand->add_option("--port", serveOptions.port, "port (default 8080; 0 picks a free one)");
@@ -309,6 +343,7 @@ int main(int argc, char** argv)
     CommonOptions checkOptions;
     CLI::App* checkCommand = app.add_subcommand("check", "validate a configuration");
     addCommonOptions(*checkCommand, checkOptions);
+    addTlsOptions(*checkCommand, checkOptions);
 
     CLI11_PARSE(app, argc, argv);
     try

@@ -130,6 +130,47 @@ RegionConfig readRegion(const toml::table& table, const fs::path& base, size_t i
     return region;
 }
 
+// The keys a listener has, in [server] (with listen = the address) and in each [[listen]].
+void readListener(const toml::table& table, std::string_view addressKey, const fs::path& base,
+                  ListenerConfig& listener)
+{
+    listener.address = readString(table, addressKey, listener.address);
+    listener.port = readNumber(table, "port", listener.port, 0, 65535);
+    std::string certificate = readString(table, "tls_cert", "");
+    std::string key = readString(table, "tls_key", "");
+    if (certificate.empty() != key.empty())
+        throw ConfigError("listener " + listener.address + ":" + std::to_string(listener.port) +
+                          ": 'tls_cert' and 'tls_key' go together");
+    if (!certificate.empty())
+    {
+        listener.tlsCertificate = resolvePath(base, certificate);
+        listener.tlsKey = resolvePath(base, key);
+    }
+    listener.redirectToTls = readBool(table, "redirect_to_tls", listener.redirectToTls);
+}
+
+void readLimits(const toml::table& limits, ServerLimits& l)
+{
+    l.maxRequestLine = readNumber<size_t>(limits, "max_request_line", l.maxRequestLine, 64, 1 << 20);
+    l.maxHeaderBytes = readNumber<size_t>(limits, "max_header_bytes", l.maxHeaderBytes, 256, 1 << 24);
+    l.maxHeaderCount = readNumber<size_t>(limits, "max_headers", l.maxHeaderCount, 1, 10000);
+    l.maxBodyBytes = readNumber<size_t>(limits, "max_body_bytes", l.maxBodyBytes, 0, size_t(1) << 34);
+    l.headerTimeoutSeconds = readNumber(limits, "header_timeout", l.headerTimeoutSeconds, 1, 3600);
+    l.bodyTimeoutSeconds = readNumber(limits, "body_timeout", l.bodyTimeoutSeconds, 1, 36000);
+    l.keepAliveTimeoutSeconds = readNumber(limits, "keep_alive_timeout", l.keepAliveTimeoutSeconds, 0, 3600);
+    l.writeTimeoutSeconds = readNumber(limits, "write_timeout", l.writeTimeoutSeconds, 1, 3600);
+    l.maxRequestsPerConnection =
+        readNumber(limits, "max_requests_per_connection", l.maxRequestsPerConnection, 1, 100000);
+    l.maxConnections = readNumber(limits, "max_connections", l.maxConnections, 1, 1000000);
+    l.maxConnectionsPerAddress =
+        readNumber(limits, "max_connections_per_address", l.maxConnectionsPerAddress, 1, 1000000);
+    l.maxQueuedRequests = readNumber(limits, "max_queued_requests", l.maxQueuedRequests, 1, 1000000);
+    l.loginThreads = readNumber(limits, "login_threads", l.loginThreads, 1, 64);
+    l.maxQueuedLogins = readNumber(limits, "max_queued_logins", l.maxQueuedLogins, 1, 100000);
+    l.maxLoginFailures = readNumber(limits, "max_login_failures", l.maxLoginFailures, 1, 100000);
+    l.loginBlockSeconds = readNumber(limits, "login_block", l.loginBlockSeconds, 1, 86400);
+}
+
 } // namespace
 
 ServerConfig parseConfig(std::string_view tomlText, const fs::path& baseFolder)
@@ -149,8 +190,10 @@ ServerConfig parseConfig(std::string_view tomlText, const fs::path& baseFolder)
     ServerConfig config;
     if (auto server = document["server"].as_table())
     {
-        config.listenAddress = readString(*server, "listen", config.listenAddress);
-        config.port = readNumber(*server, "port", config.port, 0, 65535);
+        readListener(*server, "listen", baseFolder, config.listeners.front());
+        config.gzip = readBool(*server, "gzip", config.gzip);
+        config.hstsMaxAgeSeconds =
+            readNumber(*server, "hsts_max_age", config.hstsMaxAgeSeconds, 0, 100000000);
         config.workers = readNumber(*server, "workers", config.workers, 0, 256);
         config.threadsPerWorker = readNumber(*server, "threads", config.threadsPerWorker, 1, 1024);
         config.adminPath = readString(*server, "admin_path", config.adminPath);
@@ -171,20 +214,19 @@ ServerConfig parseConfig(std::string_view tomlText, const fs::path& baseFolder)
         if (!accessLog.empty())
             config.accessLog = resolvePath(baseFolder, accessLog);
     }
-    if (auto limits = document["limits"].as_table())
+    if (auto listeners = document["listen"].as_array())
     {
-        auto& l = config.limits;
-        l.maxRequestLine = readNumber<size_t>(*limits, "max_request_line", l.maxRequestLine, 64, 1 << 20);
-        l.maxHeaderBytes = readNumber<size_t>(*limits, "max_header_bytes", l.maxHeaderBytes, 256, 1 << 24);
-        l.maxHeaderCount = readNumber<size_t>(*limits, "max_headers", l.maxHeaderCount, 1, 10000);
-        l.maxBodyBytes = readNumber<size_t>(*limits, "max_body_bytes", l.maxBodyBytes, 0, size_t(1) << 34);
-        l.headerTimeoutSeconds = readNumber(*limits, "header_timeout", l.headerTimeoutSeconds, 1, 3600);
-        l.bodyTimeoutSeconds = readNumber(*limits, "body_timeout", l.bodyTimeoutSeconds, 1, 36000);
-        l.keepAliveTimeoutSeconds =
-            readNumber(*limits, "keep_alive_timeout", l.keepAliveTimeoutSeconds, 0, 3600);
-        l.maxRequestsPerConnection =
-            readNumber(*limits, "max_requests_per_connection", l.maxRequestsPerConnection, 1, 100000);
+        for (const auto& node : *listeners)
+        {
+            const toml::table* table = node.as_table();
+            if (!table)
+                throw ConfigError("every [[listen]] must be a table");
+            config.listeners.emplace_back();
+            readListener(*table, "address", baseFolder, config.listeners.back());
+        }
     }
+    if (auto limits = document["limits"].as_table())
+        readLimits(*limits, config.limits);
     if (auto regions = document["region"].as_array())
     {
         for (size_t i = 0; i < regions->size(); ++i)
@@ -248,6 +290,17 @@ std::vector<std::string> findConfigProblems(const ServerConfig& config)
                 problems.push_back("region '" + region.name + "': " + problem.what());
             }
         }
+    }
+    bool anyTls = false;
+    for (const auto& listener : config.listeners)
+        anyTls = anyTls || listener.isTls();
+    for (const auto& listener : config.listeners)
+    {
+        std::string where = "listener " + listener.address + ":" + std::to_string(listener.port);
+        if (listener.redirectToTls && listener.isTls())
+            problems.push_back(where + " speaks HTTPS itself; 'redirect_to_tls' is for a plain listener");
+        else if (listener.redirectToTls && !anyTls)
+            problems.push_back(where + " redirects to HTTPS, but no listener has a certificate");
     }
     for (const auto& module : config.modules)
     {

@@ -42,29 +42,54 @@ struct RegionConfig
     std::vector<std::string> refuseMarkupTags{"kivModifyDatabase"};
 };
 
+// Every limit applies per worker process: each worker counts its own connections, queue and
+// login failures. The administrator's guide lists them with the status each one answers.
 struct ServerLimits
 {
-    size_t maxRequestLine = 8192;
-    size_t maxHeaderBytes = 32768;
-    size_t maxHeaderCount = 100;
-    size_t maxBodyBytes = 10 * 1024 * 1024;
-    int headerTimeoutSeconds = 10; // the whole request head must arrive within this time
-    int bodyTimeoutSeconds = 60;   // the whole body must arrive within this time
+    size_t maxRequestLine = 8192;           // 414
+    size_t maxHeaderBytes = 32768;          // 431; blank lines before the request line count too
+    size_t maxHeaderCount = 100;            // 431
+    size_t maxBodyBytes = 10 * 1024 * 1024; // 413
+    int headerTimeoutSeconds = 10;          // 408: the whole head (and a TLS handshake) within this time
+    int bodyTimeoutSeconds = 60;            // 408: the whole body within this time
     int keepAliveTimeoutSeconds = 5;
+    int writeTimeoutSeconds = 30; // a response that makes no progress for this long is dropped
     int maxRequestsPerConnection = 100;
+    int maxConnections = 1024;         // 503 once no idle connection can make room
+    int maxConnectionsPerAddress = 64; // 429
+    int maxQueuedRequests = 256;       // 503: complete requests waiting for a render thread
+    int loginThreads = 2;              // password checks at once (each holds 64 MiB)
+    int maxQueuedLogins = 32;          // 503: logins waiting for a password check
+    int maxLoginFailures = 10;         // 429 after this many failures of an address or a user
+    int loginBlockSeconds = 60;
+};
+
+// One address and port the server listens on. With a certificate and key it speaks HTTPS
+// (TLS 1.2 and 1.3 only); a plain listener may instead send every request to HTTPS.
+struct ListenerConfig
+{
+    std::string address = "127.0.0.1";
+    int port = 8080;
+    std::filesystem::path tlsCertificate; // PEM, the chain after the server's certificate
+    std::filesystem::path tlsKey;         // PEM
+    bool redirectToTls = false;
+
+    bool isTls() const { return !tlsCertificate.empty(); }
 };
 
 struct ServerConfig
 {
-    std::string listenAddress = "127.0.0.1";
-    int port = 8080;
+    // The first is [server] listen/port (and its tls_cert/tls_key); [[listen]] tables add more.
+    std::vector<ListenerConfig> listeners{ListenerConfig{}};
     int workers = 0; // 0: one per processor core
     int threadsPerWorker = 8;
     std::vector<std::filesystem::path> modules;
     bool modulesConfigured = false; // false: look for the database module beside the program
     std::string adminPath = "/kiv-admin/";
-    std::filesystem::path serverLog; // empty: standard error
-    std::filesystem::path accessLog; // empty: standard error
+    std::filesystem::path serverLog;  // empty: standard error
+    std::filesystem::path accessLog;  // empty: standard error
+    bool gzip = true;                 // text bodies over 1 KB, for clients that accept it
+    int hstsMaxAgeSeconds = 31536000; // Strict-Transport-Security over TLS; 0: not sent
     ServerLimits limits;
     std::vector<RegionConfig> regions;
 };

@@ -1,6 +1,11 @@
 // Request and response helpers.
 #include "http/HttpMessage.h"
 
+// Boost 1.81's string_view uses std::ostream without including it.
+#include <ostream>
+
+#include <boost/beast/http/status.hpp>
+
 namespace kiv
 {
 
@@ -81,57 +86,25 @@ bool isSafeHeaderValue(std::string_view value)
 
 std::string_view reasonPhrase(int status)
 {
-    switch (status)
-    {
-    case 100:
-        return "Continue";
-    case 200:
-        return "OK";
-    case 201:
-        return "Created";
-    case 204:
-        return "No Content";
-    case 301:
-        return "Moved Permanently";
-    case 302:
-        return "Found";
-    case 303:
-        return "See Other";
-    case 304:
-        return "Not Modified";
-    case 307:
-        return "Temporary Redirect";
-    case 400:
-        return "Bad Request";
-    case 401:
-        return "Unauthorized";
-    case 403:
-        return "Forbidden";
-    case 404:
-        return "Not Found";
-    case 405:
-        return "Method Not Allowed";
-    case 408:
-        return "Request Timeout";
-    case 411:
-        return "Length Required";
-    case 413:
-        return "Payload Too Large";
-    case 414:
-        return "URI Too Long";
-    case 431:
-        return "Request Header Fields Too Large";
-    case 500:
-        return "Internal Server Error";
-    case 501:
-        return "Not Implemented";
-    case 503:
-        return "Service Unavailable";
-    case 505:
-        return "HTTP Version Not Supported";
-    default:
+    if (status < 100 || status > 999)
         return "Unknown";
-    }
+    auto phrase = boost::beast::http::obsolete_reason(boost::beast::http::int_to_status(unsigned(status)));
+    return phrase == "<unknown-status>" ? std::string_view("Unknown")
+                                        : std::string_view(phrase.data(), phrase.size());
+}
+
+std::string formatHttpDate(time_t when)
+{
+    tm utc{};
+    gmtime_r(&when, &utc);
+    char text[64];
+    std::strftime(text, sizeof text, "%a, %d %b %Y %H:%M:%S GMT", &utc);
+    return text;
+}
+
+void setRetryAfter(HttpResponse& response, int seconds)
+{
+    response.setHeader("Retry-After", std::to_string(seconds < 1 ? 1 : seconds));
 }
 
 HttpResponse makeErrorResponse(int status, std::string_view explanation)

@@ -1,9 +1,11 @@
 // One HTTP request as the server read it and the response the site builds for it.
 #pragma once
 
+#include "common/FileDescriptor.h"
 #include "common/Text.h"
 
 #include <cstdint>
+#include <ctime>
 #include <string>
 #include <string_view>
 
@@ -22,7 +24,8 @@ struct HttpRequest
     std::string remoteAddress;
     uint16_t remotePort = 0;
     uint16_t localPort = 0;
-    std::string user; // set once HTTP authentication succeeded
+    bool secure = false; // arrived over TLS
+    std::string user;    // set once HTTP authentication succeeded
 
     // The first header of this name (case-insensitive), or nullptr.
     const std::string* header(std::string_view name) const;
@@ -36,6 +39,9 @@ struct HttpResponse
     int status = 200;
     NameValueList headers;
     std::string body;
+    // A static file's content, sent from disk a piece at a time instead of body.
+    FileDescriptor bodyFile;
+    uint64_t bodyFileSize = 0;
     bool closeConnection = false;
 
     // Replaces every header of this name (case-insensitive) with one value.
@@ -45,6 +51,12 @@ struct HttpResponse
 };
 
 std::string_view reasonPhrase(int status);
+
+// An HTTP date: "Sun, 06 Nov 1994 08:49:37 GMT".
+std::string formatHttpDate(time_t when);
+
+// How long a refused client should wait before it tries again, for 429 and 503 answers.
+void setRetryAfter(HttpResponse& response, int seconds);
 
 // Whether a header can go on the wire as it is: a token name and a value without control
 // characters (tab aside), so that no value can end its line and start another header or

@@ -1,61 +1,34 @@
-// The HTTP/1.1 connection layer: a listening socket that is bound once (before the worker
-// processes are forked) and a server that accepts on it, reads each request within the
-// size and time limits, hands it to the site, and writes the response. Requests are
-// served concurrently by a small pool of threads; between requests a keep-alive connection
-// waits in an epoll set, not in a thread.
+// The connection layer of one worker process. One Boost.Asio io_context, run by one thread,
+// owns every connection of every listener: it accepts, reads requests (Boost.Beast parses
+// them, within the limits), and writes responses, all asynchronously, so a connection that
+// waits for bytes costs a little memory and no thread. A complete request goes to a bounded
+// pool of render threads, where the site may block on modules and databases; logins are
+// checked on a separate small pool first.
 #pragma once
 
-#include "common/FileDescriptor.h"
 #include "config/ServerConfig.h"
-#include "http/HttpMessage.h"
+#include "http/Listener.h"
+#include "http/RequestHandler.h"
 
 #include <atomic>
-#include <cstdint>
-#include <functional>
-#include <string>
+#include <vector>
 
 namespace kiv
 {
 
-class Listener
-{
-public:
-    // Binds and listens; throws std::runtime_error naming the address on failure. Port 0
-    // picks a free port (see port()).
-    Listener(const std::string& address, int port);
-    int descriptor() const { return mySocket.get(); }
-    uint16_t port() const { return myPort; }
-
-private:
-    FileDescriptor mySocket;
-    uint16_t myPort = 0;
-};
-
-struct ServedConnection;
-
-using RequestHandler = std::function<void(HttpRequest&, HttpResponse&)>;
-
 class HttpServer
 {
 public:
-    HttpServer(const Listener& listener, const ServerLimits& limits, int threads, RequestHandler handler);
+    HttpServer(const std::vector<Listener>& listeners, const ServerConfig& config, RequestHandler& handler);
 
-    // Serves until stopRequested becomes true, then stops accepting, lets the requests in
-    // flight finish, closes idle connections and returns.
+    // Serves until stopRequested becomes true, then stops accepting, closes the connections
+    // that wait for a request, lets the requests in flight finish, and returns.
     void run(const std::atomic<bool>& stopRequested);
 
 private:
-    // Serves the requests that have arrived on the connection; true when it stays open for
-    // the next one.
-    bool serveRequests(ServedConnection& connection, const std::atomic<bool>& stopRequested);
-
-    const Listener& myListener;
-    ServerLimits myLimits;
-    int myThreads;
-    RequestHandler myHandler;
+    const std::vector<Listener>& myListeners;
+    const ServerConfig& myConfig;
+    RequestHandler& myHandler;
 };
-
-// The bytes of a response as they go on the wire (without the body for HEAD requests).
-std::string serializeResponse(const HttpResponse& response, bool headRequest, bool keepAlive);
 
 } // namespace kiv

@@ -1,9 +1,11 @@
 // Static file responses.
 #include "http/StaticFiles.h"
 
+#include "http/Compression.h"
+
 #include <algorithm>
 #include <ctime>
-#include <fstream>
+#include <fcntl.h>
 #include <sstream>
 #include <sys/stat.h>
 #include <vector>
@@ -47,77 +49,65 @@ std::string contentTypeFor(const fs::path& file)
 namespace
 {
 
-bool statFile(const fs::path& file, struct stat& info)
-{
-    return ::stat(file.c_str(), &info) == 0;
-}
-
-std::string formatHttpDate(time_t when)
+// An IMF-fixdate ("Sun, 06 Nov 1994 08:49:37 GMT"), the only form this server sends; -1 for
+// anything else, which then never matches.
+time_t parseHttpDate(const std::string& text)
 {
     tm utc{};
-    gmtime_r(&when, &utc);
-    char text[64];
-    std::strftime(text, sizeof text, "%a, %d %b %Y %H:%M:%S GMT", &utc);
-    return text;
+    const char* end = ::strptime(text.c_str(), "%a, %d %b %Y %H:%M:%S GMT", &utc);
+    return end && *end == '\0' ? ::timegm(&utc) : time_t(-1);
 }
 
-} // namespace
-
-std::string entityTag(const fs::path& file)
+std::string entityTagOf(const struct stat& info)
 {
-    struct stat info
-    {
-    };
-    if (!statFile(file, info))
-        return {};
     std::ostringstream tag;
     tag << '"' << std::hex << info.st_size << '-' << info.st_mtim.tv_sec << '-' << info.st_mtim.tv_nsec
         << '"';
     return tag.str();
 }
 
-std::string lastModified(const fs::path& file)
+// If-None-Match lists tags; the gzip form of the file has its own tag, and both mean this
+// version of the file.
+bool matchesTag(const std::string& header, const std::string& tag)
 {
-    struct stat info
-    {
-    };
-    return statFile(file, info) ? formatHttpDate(info.st_mtim.tv_sec) : std::string();
+    if (trim(header) == "*")
+        return true;
+    std::string gzipTag = tag.substr(0, tag.size() - 1) + std::string(kGzipTagSuffix) + "\"";
+    return header.find(tag) != std::string::npos || header.find(gzipTag) != std::string::npos;
 }
+
+} // namespace
 
 void serveStaticFile(const fs::path& file, const HttpRequest& request, HttpResponse& response)
 {
-    std::string tag = entityTag(file);
-    std::string modified = lastModified(file);
-    response.setHeader("ETag", tag);
-    response.setHeader("Last-Modified", modified);
-    response.setHeader("Cache-Control", "no-cache");
-    if (const std::string* match = request.header("If-None-Match"))
+    FileDescriptor descriptor(::open(file.c_str(), O_RDONLY | O_CLOEXEC));
+    struct stat info
     {
-        if (match->find(tag) != std::string::npos || trim(*match) == "*")
-        {
-            response.status = 304;
-            return;
-        }
-    }
-    else if (const std::string* since = request.header("If-Modified-Since"))
-    {
-        if (*since == modified)
-        {
-            response.status = 304;
-            return;
-        }
-    }
-    std::ifstream in(file, std::ios::binary);
-    if (!in)
+    };
+    if (!descriptor.isOpen() || ::fstat(descriptor.get(), &info) != 0 || !S_ISREG(info.st_mode))
     {
         response = makeErrorResponse(403, "The file cannot be read.");
         return;
     }
-    std::ostringstream content;
-    content << in.rdbuf();
+    // The validators describe the file that was opened, whatever happens to the path meanwhile.
+    std::string tag = entityTagOf(info);
+    response.setHeader("ETag", tag);
+    response.setHeader("Last-Modified", formatHttpDate(info.st_mtim.tv_sec));
+    response.setHeader("Cache-Control", "no-cache");
+    bool notModified = false;
+    if (const std::string* match = request.header("If-None-Match"))
+        notModified = matchesTag(*match, tag);
+    else if (const std::string* since = request.header("If-Modified-Since"))
+        notModified = info.st_mtim.tv_sec <= parseHttpDate(*since);
+    if (notModified)
+    {
+        response.status = 304;
+        return;
+    }
     response.status = 200;
-    response.body = content.str();
     response.setHeader("Content-Type", contentTypeFor(file));
+    response.bodyFileSize = static_cast<uint64_t>(info.st_size);
+    response.bodyFile = std::move(descriptor);
 }
 
 std::string renderDirectoryListing(const fs::path& folder, std::string_view urlPath)

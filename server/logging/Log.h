@@ -26,15 +26,17 @@ struct LogContext
     std::string_view tag;
 };
 
+// Owns its texts: the connection layer keeps one from the moment a response is ready until
+// it has been sent.
 struct AccessRecord
 {
-    std::string_view remoteAddress;
-    std::string_view user;
-    std::string_view requestLine;
+    std::string remoteAddress;
+    std::string user;
+    std::string requestLine;
     int status = 0;
     uint64_t bytesSent = 0;
-    std::string_view referer;
-    std::string_view userAgent;
+    std::string referer;
+    std::string userAgent;
 };
 
 // Sends the server log to file (empty: standard error). Throws std::runtime_error when

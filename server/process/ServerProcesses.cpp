@@ -1,6 +1,7 @@
 // Master and worker processes.
 #include "process/ServerProcesses.h"
 
+#include "http/HttpServer.h"
 #include "logging/Log.h"
 #include "region/RegionState.h"
 #include "services/ModuleHost.h"
@@ -12,6 +13,7 @@
 #include <csignal>
 #include <cstring>
 #include <map>
+#include <sys/resource.h>
 #include <sys/wait.h>
 #include <thread>
 #include <unistd.h>
@@ -50,7 +52,7 @@ struct WorkerProcess
     Clock::time_point started;
 };
 
-pid_t startWorker(const ServerConfig& config, ModuleRegistry& modules, const Listener& listener)
+pid_t startWorker(const ServerConfig& config, ModuleRegistry& modules, const std::vector<Listener>& listeners)
 {
     pid_t pid = ::fork();
     if (pid == 0)
@@ -58,7 +60,7 @@ pid_t startWorker(const ServerConfig& config, ModuleRegistry& modules, const Lis
         int status = 1;
         try
         {
-            status = runWorker(config, modules, listener);
+            status = runWorker(config, modules, listeners);
         }
         catch (const std::exception& error)
         {
@@ -117,34 +119,44 @@ int workerCount(const ServerConfig& config)
     return cores == 0 ? 1 : static_cast<int>(cores);
 }
 
-int runWorker(const ServerConfig& config, ModuleRegistry& modules, const Listener& listener)
+void raiseOpenFileLimit()
+{
+    rlimit limit{};
+    if (::getrlimit(RLIMIT_NOFILE, &limit) != 0 || limit.rlim_cur >= limit.rlim_max)
+        return;
+    limit.rlim_cur = limit.rlim_max;
+    if (::setrlimit(RLIMIT_NOFILE, &limit) != 0)
+        writeServerLog(LogKind::Warning, {},
+                       std::string("cannot raise the open file limit: ") + std::strerror(errno));
+}
+
+int runWorker(const ServerConfig& config, ModuleRegistry& modules, const std::vector<Listener>& listeners)
 {
     installSignalHandlers();
     ModuleHost host(modules);
     host.initializeAll();
     RegionStates regions(config);
     SiteHandler site(config, regions, host);
-    HttpServer server(listener, config.limits, config.threadsPerWorker,
-                      [&site](HttpRequest& request, HttpResponse& response)
-                      { site.handle(request, response); });
+    HttpServer server(listeners, config, site);
     server.run(ourStopRequested);
     host.terminateAll();
     return 0;
 }
 
-int runServer(const ServerConfig& config, ModuleRegistry& modules, const Listener& listener, bool inProcess)
+int runServer(const ServerConfig& config, ModuleRegistry& modules, const std::vector<Listener>& listeners,
+              bool inProcess)
 {
     installSignalHandlers();
     if (inProcess)
     {
-        int status = runWorker(config, modules, listener);
+        int status = runWorker(config, modules, listeners);
         writeServerLog(LogKind::Note, {}, "server stopped");
         return status;
     }
     std::map<pid_t, WorkerProcess> workers;
     int wanted = workerCount(config);
     for (int i = 0; i < wanted; ++i)
-        if (pid_t pid = startWorker(config, modules, listener); pid > 0)
+        if (pid_t pid = startWorker(config, modules, listeners); pid > 0)
             workers[pid] = {Clock::now()};
     writeServerLog(LogKind::Note, {}, "started " + std::to_string(workers.size()) + " workers");
 
@@ -173,7 +185,7 @@ int runServer(const ServerConfig& config, ModuleRegistry& modules, const Listene
             break;
         while (static_cast<int>(workers.size()) < wanted)
         {
-            pid_t started = startWorker(config, modules, listener);
+            pid_t started = startWorker(config, modules, listeners);
             if (started <= 0)
                 break;
             workers[started] = {Clock::now()};

@@ -32,9 +32,9 @@ std::string digestOf(std::string_view user, std::string_view password, std::stri
     return std::string(reinterpret_cast<char*>(digest), sizeof digest);
 }
 
-// Every argon2id verification holds 64 MiB for tens of milliseconds; a flood of wrong
-// logins on every connection thread at once would multiply that. At most two run at a
-// time in a process; the others wait their turn.
+// Every argon2id verification holds 64 MiB for tens of milliseconds; checks from many
+// threads at once (logins, or modules that check passwords while rendering) would multiply
+// that. At most two run at a time in a process; the others wait their turn.
 class VerificationGate
 {
 public:
@@ -116,22 +116,31 @@ UserDirectory::UserDirectory(const RegionConfig& region) : myAccounts(region.use
     }
 }
 
-bool UserDirectory::verify(std::string_view user, std::string_view password)
+bool UserDirectory::isRemembered(std::string_view user, std::string_view password)
 {
     for (const auto& account : myAccounts)
     {
         if (account.name != user)
             continue;
         std::string digest = digestOf(user, password, account.passwordHash);
-        {
-            std::lock_guard<std::mutex> lock(myMutex);
-            if (myVerified.count(digest))
-                return true;
-        }
+        std::lock_guard<std::mutex> lock(myMutex);
+        return myVerified.count(digest) > 0;
+    }
+    return false;
+}
+
+bool UserDirectory::verify(std::string_view user, std::string_view password)
+{
+    if (isRemembered(user, password))
+        return true;
+    for (const auto& account : myAccounts)
+    {
+        if (account.name != user)
+            continue;
         if (!verifyPassword(account.passwordHash, password))
             return false;
         std::lock_guard<std::mutex> lock(myMutex);
-        myVerified.insert(digest);
+        myVerified.insert(digestOf(user, password, account.passwordHash));
         return true;
     }
     verifyPassword(unknownUserHash(), password);

@@ -20,6 +20,9 @@ public:
     explicit UserDirectory(const RegionConfig& region);
 
     bool verify(std::string_view user, std::string_view password);
+    // Whether verify() accepted this user and password before: no hashing, so cheap enough
+    // for the thread that serves the connections.
+    bool isRemembered(std::string_view user, std::string_view password);
     bool hasUsers() const { return !myAccounts.empty(); }
 
 private:

@@ -392,7 +392,7 @@ uint32_t answerRequestSelector(ModuleCall& call, uint32_t selector, void* a3, vo
         std::string host = hostWithoutPort(request.request.headerOr("Host"));
         if (selector == kKivServer_GetAdminDomainName && !region.hostNames.empty())
             host = region.hostNames.front();
-        return writeOutput(a3, a4, host.empty() ? request.server.listenAddress : host);
+        return writeOutput(a3, a4, host.empty() ? request.server.listeners.front().address : host);
     }
     case kKivServer_GetAdminRegionPath:
         return writeOutput(a3, a4, region.name);

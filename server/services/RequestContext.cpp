@@ -50,7 +50,7 @@ const NameValueList& RequestContext::cgiVariables()
         0, host.rfind(':') == std::string::npos || host.back() == ']' ? host.size() : host.rfind(':'));
     add("GATEWAY_INTERFACE", "CGI/1.1");
     add("SERVER_SOFTWARE", "kiv-server");
-    add("SERVER_NAME", serverName.empty() ? server.listenAddress : serverName);
+    add("SERVER_NAME", serverName.empty() ? server.listeners.front().address : serverName);
     add("SERVER_PORT", std::to_string(request.localPort));
     add("SERVER_PROTOCOL", "HTTP/1." + std::to_string(request.minorVersion));
     add("REQUEST_METHOD", request.method);
@@ -67,7 +67,7 @@ const NameValueList& RequestContext::cgiVariables()
     add("CONTENT_TYPE", request.headerOr("Content-Type"));
     add("CONTENT_LENGTH", request.body.empty() ? "" : std::to_string(request.body.size()));
     add("DOCUMENT_ROOT", region.region.siteRoot.string());
-    add("HTTPS", "off");
+    add("HTTPS", request.secure ? "on" : "off");
     for (const auto& [name, value] : request.headers)
     {
         // Credentials stay with the server, as in every CGI implementation.

@@ -188,20 +188,32 @@ bool SiteHandler::isProtected(const RegionConfig& region, const std::string& pat
     return false;
 }
 
-bool SiteHandler::authenticate(RegionState& region, HttpRequest& request)
+bool SiteHandler::needsLogin(const RegionConfig& region, const std::string& path) const
 {
+    return isAdminPath(path) || isProtected(region, path);
+}
+
+std::optional<LoginAttempt> SiteHandler::loginAttempt(const HttpRequest& request)
+{
+    const RegionConfig& regionConfig = selectRegion(myConfig, request.headerOr("Host"));
+    const std::string& path = request.path;
+    // handle() refuses such paths before it looks at any login.
+    if (path.empty() || path[0] != '/' || hasParentSegment(path) || path.find('\\') != std::string::npos)
+        return std::nullopt;
+    if (!needsLogin(regionConfig, normalizedUrlPath(path)))
+        return std::nullopt;
     std::string user, password;
     const std::string* authorization = request.header("Authorization");
     if (!authorization || !decodeBasicCredentials(*authorization, user, password))
-        return false;
-    if (!region.users.verify(user, password))
-    {
-        writeServerLog(LogKind::Warning, {region.region.name, request.path, ""},
-                       "failed login for user '" + user + "' from " + request.remoteAddress);
-        return false;
-    }
-    request.user = user;
-    return true;
+        return std::nullopt;
+    UserDirectory& users = myRegions.stateOf(regionConfig).users;
+    LoginAttempt attempt;
+    attempt.user = user;
+    attempt.throttleKey = regionConfig.name + "/" + user;
+    attempt.region = regionConfig.name;
+    attempt.isRemembered = [&users, user, password] { return users.isRemembered(user, password); };
+    attempt.verify = [&users, user, password] { return users.verify(user, password); };
+    return attempt;
 }
 
 void SiteHandler::handle(HttpRequest& request, HttpResponse& response)
@@ -236,12 +248,13 @@ void SiteHandler::handle(HttpRequest& request, HttpResponse& response)
         return finish();
 
     bool admin = isAdminPath(path);
-    if (admin || isProtected(regionConfig, path))
+    if (needsLogin(regionConfig, path))
     {
         securityHeaders.emplace_back("X-Frame-Options", "DENY");
         securityHeaders.emplace_back("Content-Security-Policy", "frame-ancestors 'none'");
         securityHeaders.emplace_back("Cache-Control", "no-store");
-        if (!authenticate(region, request))
+        // The connection layer sets the user once it has checked the password.
+        if (request.user.empty())
         {
             response = makeErrorResponse(401, "This area needs a login.");
             response.setHeader("WWW-Authenticate", "Basic realm=\"kiv-server " + regionConfig.name + "\"");

@@ -1,24 +1,27 @@
 // Turns one HTTP request into a response for the region it addresses: access control
 // (protected paths and the administration page need a login, their form posts must come
 // from the same origin), path confinement, pages rendered with their module tags, static
-// files, and folder indexes. Every response carries the security headers.
+// files, and folder indexes. Every response carries the security headers. The connection
+// layer asks first which login a request carries and checks it on its own threads.
 #pragma once
 
 #include "admin/AdminPage.h"
 #include "config/ServerConfig.h"
 #include "http/HttpMessage.h"
+#include "http/RequestHandler.h"
 #include "region/RegionState.h"
 #include "services/ModuleHost.h"
 
 namespace kiv
 {
 
-class SiteHandler
+class SiteHandler : public RequestHandler
 {
 public:
     SiteHandler(const ServerConfig& config, RegionStates& regions, ModuleHost& host);
 
-    void handle(HttpRequest& request, HttpResponse& response);
+    std::optional<LoginAttempt> loginAttempt(const HttpRequest& request) override;
+    void handle(HttpRequest& request, HttpResponse& response) override;
 
     // Renders a page file of a region without access control (for `kiv-server render`).
     void renderPageFile(RegionState& region, const std::filesystem::path& file, HttpRequest& request,
@@ -27,7 +30,7 @@ public:
 private:
     bool isProtected(const RegionConfig& region, const std::string& path) const;
     bool isAdminPath(const std::string& path) const;
-    bool authenticate(RegionState& region, HttpRequest& request);
+    bool needsLogin(const RegionConfig& region, const std::string& path) const;
     void serveAdminPage(RegionState& region, HttpRequest& request, HttpResponse& response);
     void serveResource(RegionState& region, HttpRequest& request, HttpResponse& response);
     void applyModuleResponse(const struct ResponseSettings& settings, HttpResponse& response);

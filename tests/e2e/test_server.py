@@ -460,6 +460,42 @@ class ServerTest(unittest.TestCase):
             self.assertRegex(reply, rb"^HTTP/1\.1 (400|411) ", data[:80])
             self.assertEqual(reply.count(b"HTTP/1.1 "), 1, data[:80])  # nothing after it was served
 
+    def test_chunked_bodies_and_expect_continue_reach_the_module(self):
+        form = b"name=chunked&other=x"
+        connection = http.client.HTTPConnection("127.0.0.1", self.port, timeout=20)
+        try:
+            connection.request("POST", "/args.html", body=iter([form[:7], form[7:]]),
+                               headers={"Content-Type": "application/x-www-form-urlencoded"}, encode_chunked=True)
+            response = connection.getresponse()
+            self.assertEqual(response.status, 200)
+            self.assertIn(b"POST=chunked;", response.read())
+        finally:
+            connection.close()
+        # A client that waits for "100 Continue" before it sends its body.
+        with socket.create_connection(("127.0.0.1", self.port), timeout=10) as raw:
+            raw.sendall(b"POST /args.html HTTP/1.1\r\nHost: x\r\nExpect: 100-continue\r\nConnection: close\r\n"
+                        b"Content-Type: application/x-www-form-urlencoded\r\nContent-Length: 9\r\n\r\n")
+            self.assertEqual(raw.recv(100), b"HTTP/1.1 100 Continue\r\n\r\n")
+            raw.sendall(b"name=cont")
+            reply = b""
+            while chunk := raw.recv(65536):
+                reply += chunk
+        self.assertRegex(reply, rb"^HTTP/1\.1 200 ")
+        self.assertIn(b"POST=cont;", reply)
+
+    def test_pipelined_requests_and_head_are_answered_in_order(self):
+        reply = raw_exchange(self.port, b"GET /style.css HTTP/1.1\r\nHost: x\r\n\r\n"
+                                        b"HEAD /?q=head HTTP/1.1\r\nHost: x\r\n\r\n"
+                                        b"GET /?q=last HTTP/1.0\r\n\r\n")
+        answers = reply.split(b"HTTP/1.")
+        self.assertEqual(len(answers), 4, reply[:300])
+        self.assertIn(b"body { color: black; }", answers[1])
+        head_length = int(re.search(rb"Content-Length: (\d+)", answers[2]).group(1))
+        self.assertGreater(head_length, 100, "HEAD tells the length of the page")
+        self.assertTrue(answers[2].endswith(b"\r\n\r\n"), "and sends none of it")
+        self.assertIn(b"<p>q=last</p>", answers[3])
+        self.assertIn(b"Connection: close", answers[3])
+
     def test_forms_with_too_many_fields_are_refused(self):
         status, _, _ = request(self.port, "POST", "/args.html", body="a&" * 10001,
                                headers={"Content-Type": "application/x-www-form-urlencoded"})

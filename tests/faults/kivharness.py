@@ -1,7 +1,10 @@
-"""Shared pieces of the fault and load tests: a scratch copy of the example site with extra
-test pages, a configuration, a kiv-server process on a free loopback port, and small HTTP
-helpers. Standard library only; every process started here is stopped by its owner."""
+"""Shared pieces of the tests that run a real kiv-server (the fault and load tests here, the
+hostile tests in tests/e2e): a scratch copy of the example site with extra test pages, a
+configuration, a kiv-server process on free loopback ports, its workers and their memory,
+and small HTTP helpers. Standard library only; every process started here is stopped by its
+owner."""
 
+import argparse
 import base64
 import http.client
 import os
@@ -9,9 +12,11 @@ import re
 import shutil
 import signal
 import subprocess
+import sys
 import tempfile
 import threading
 import time
+import unittest
 import urllib.parse
 
 HERE = os.path.dirname(os.path.abspath(__file__))
@@ -52,23 +57,28 @@ def password_hash(server):
 
 
 class Site:
-    """A scratch copy of the example site, its data folder and a configuration."""
+    """A scratch site, its data folder and a configuration: a copy of the example site with the
+    test pages, or only the given pages. extra_server and extra_limits are TOML lines for
+    [server] and [limits]; listeners, [[listen]] tables."""
 
-    def __init__(self, server, module, workers=2, threads=4, extra_limits=""):
+    def __init__(self, server, module, workers=2, threads=4, extra_limits="", pages=None, extra_server="",
+                 listeners=""):
         self.base = tempfile.mkdtemp(prefix="kiv-faults-")
         self.root = os.path.join(self.base, "site")
         self.data = os.path.join(self.base, "data")
-        shutil.copytree(EXAMPLE_SITE, self.root)
+        if pages is None:
+            shutil.copytree(EXAMPLE_SITE, self.root)
+            pages = TEST_PAGES
         os.makedirs(self.data)
-        for name, text in TEST_PAGES.items():
+        for name, text in pages.items():
             path = os.path.join(self.root, name)
             os.makedirs(os.path.dirname(path), exist_ok=True)
             with open(path, "w", encoding="latin-1") as out:
                 out.write(text)
         self.config = os.path.join(self.base, "server.toml")
-        self.write_config(server, module, workers, threads, extra_limits)
+        self.write_config(server, module, workers, threads, extra_limits, extra_server, listeners)
 
-    def write_config(self, server, module, workers, threads, extra_limits=""):
+    def write_config(self, server, module, workers, threads, extra_limits="", extra_server="", listeners=""):
         with open(self.config, "w") as out:
             out.write(f"""
 [server]
@@ -78,6 +88,9 @@ workers = {workers}
 threads = {threads}
 modules = ["{module}"]
 access_log = "{os.path.join(self.base, 'access.log')}"
+{extra_server}
+
+{listeners}
 
 [limits]
 keep_alive_timeout = 30
@@ -98,33 +111,42 @@ admin = "{password_hash(server)}"
 
 
 class Server:
-    """A kiv-server process serving a Site; its standard error is kept for the assertions."""
+    """A kiv-server process serving a Site (anything with a config attribute); its standard
+    error is kept for the assertions. urls lists what it listens on, as printed; port is the
+    first. With ready_path, start-up waits until that path answers 200 over plain HTTP."""
 
-    def __init__(self, server, site, env=None, preexec_fn=None):
+    def __init__(self, server, site, env=None, preexec_fn=None, listeners=1, ready_path="/style.css"):
         self.log = []
         self.process = subprocess.Popen([server, "serve", "--config", site.config], stdout=subprocess.DEVNULL,
                                         stderr=subprocess.PIPE, env=env, preexec_fn=preexec_fn)
-        self.port = None
+        self.urls = []
         deadline = time.time() + 120
-        while time.time() < deadline:
+        while len(self.urls) < listeners and time.time() < deadline:
             line = self.process.stderr.readline()
             if not line and self.process.poll() is not None:
                 break
             self.log.append(line.decode("latin-1"))
-            match = re.search(rb"listening on http://127\.0\.0\.1:(\d+)/", line)
+            match = re.search(rb"listening on (https?)://127\.0\.0\.1:(\d+)/", line)
             if match:
-                self.port = int(match.group(1))
-                break
-        if self.port is None:
+                self.urls.append((match.group(1).decode(), int(match.group(2))))
+        if len(self.urls) < listeners:
             self.process.kill()
             self.process.wait()
             self.process.stderr.close()
             raise RuntimeError("kiv-server did not start:\n" + "".join(self.log))
+        self.port = self.urls[0][1]
         self.drain = threading.Thread(target=self._drain, daemon=True)
         self.drain.start()
-        if not wait_until(lambda: self.status("/style.css") == 200, 60):
+        if ready_path and not wait_until(lambda: self.status(ready_path) == 200, 60):
             self.stop()
             raise RuntimeError("kiv-server does not answer")
+
+    def port_of(self, scheme):
+        return next(port for kind, port in self.urls if kind == scheme)
+
+    def logged(self):
+        """What the server wrote to standard error (its log, without a log file) so far."""
+        return "".join(self.log)
 
     def _drain(self):
         for line in self.process.stderr:
@@ -138,18 +160,7 @@ class Server:
 
     def workers(self):
         """The process ids of the master's children (its workers)."""
-        children = []
-        for entry in os.listdir("/proc"):
-            if not entry.isdigit():
-                continue
-            try:
-                with open(f"/proc/{entry}/stat") as stat:
-                    fields = stat.read().rsplit(")", 1)[1].split()
-            except OSError:
-                continue
-            if int(fields[1]) == self.process.pid and fields[0] != "Z":
-                children.append(int(entry))
-        return sorted(children)
+        return children_of(self.process.pid)
 
     def running(self):
         return self.process.poll() is None
@@ -190,8 +201,24 @@ def query(**arguments):
     return urllib.parse.urlencode(arguments)
 
 
-def basic_auth():
-    return {"Authorization": "Basic " + base64.b64encode(f"admin:{PASSWORD}".encode()).decode()}
+def basic_auth(user="admin", password=PASSWORD):
+    return {"Authorization": "Basic " + base64.b64encode(f"{user}:{password}".encode()).decode()}
+
+
+def children_of(pid):
+    """The process ids of a process's living children."""
+    children = []
+    for entry in os.listdir("/proc"):
+        if not entry.isdigit():
+            continue
+        try:
+            with open(f"/proc/{entry}/stat") as stat:
+                fields = stat.read().rsplit(")", 1)[1].split()
+        except OSError:
+            continue
+        if int(fields[1]) == pid and fields[0] != "Z":
+            children.append(int(entry))
+    return sorted(children)
 
 
 def rss_kib(pid):
@@ -207,3 +234,14 @@ def error_block(page):
     """The text of the error block a tag left on the page, or None."""
     match = re.search(r'<div class="kiv-error"[^>]*>(.*?)</div>', page, re.S)
     return re.sub(r"<[^>]+>", " ", match.group(1)).strip() if match else None
+
+
+def main(configure):
+    """Runs the unittest cases of the calling script against --server and --module (the other
+    arguments go to unittest), after configure(server, module)."""
+    parser = argparse.ArgumentParser()
+    parser.add_argument("--server", required=True)
+    parser.add_argument("--module", required=True)
+    arguments, rest = parser.parse_known_args()
+    configure(os.path.abspath(arguments.server), os.path.abspath(arguments.module))
+    unittest.main(module="__main__", argv=[sys.argv[0]] + rest, verbosity=2)

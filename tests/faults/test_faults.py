@@ -12,7 +12,6 @@ a scratch copy of the example site and the database module:
 Run by ctest; by hand: test_faults.py --server build/server/kiv-server
 --module build/database/libkivdatabase.so [unittest arguments, e.g. WorkerKillTest]"""
 
-import argparse
 import os
 import resource
 import signal
@@ -313,16 +312,10 @@ class CorruptDatabaseTest(unittest.TestCase):
         self.assertEqual(self.server.status("/people/search.html?city=Paris"), 200)
 
 
-def main():
+def configure(server, module):
     global SERVER, MODULE
-    parser = argparse.ArgumentParser()
-    parser.add_argument("--server", required=True)
-    parser.add_argument("--module", required=True)
-    arguments, rest = parser.parse_known_args()
-    SERVER = os.path.abspath(arguments.server)
-    MODULE = os.path.abspath(arguments.module)
-    unittest.main(argv=[sys.argv[0]] + rest, verbosity=2)
+    SERVER, MODULE = server, module
 
 
 if __name__ == "__main__":
-    main()
+    kh.main(configure)

@@ -48,7 +48,9 @@ data = "/srv/other-data"
 refuse_markup = false
 )",
                                       "/etc/kiv");
-    EXPECT_EQ(config.port, 9090);
+    ASSERT_EQ(config.listeners.size(), 1u);
+    EXPECT_EQ(config.listeners[0].port, 9090);
+    EXPECT_FALSE(config.listeners[0].isTls());
     EXPECT_EQ(config.workers, 3);
     EXPECT_EQ(config.adminPath, "/admin/");
     ASSERT_EQ(config.modules.size(), 1u);
@@ -82,6 +84,57 @@ TEST(Config, RefusesWhatWouldBreakTheServer)
     EXPECT_THROW(parseConfig("[[region]]\nroot = \"s\"\nprotected = [\"manage\"]\n", "/"), ConfigError);
     EXPECT_THROW(parseConfig("[server]\n", "/"), ConfigError);
     EXPECT_THROW(parseConfig("[server\nport=1", "/"), ConfigError);
+}
+
+TEST(Config, ListenersTheirTlsFilesAndTheConnectionLimits)
+{
+    ServerConfig config = parseConfig(R"(
+[server]
+listen = "0.0.0.0"
+port = 80
+redirect_to_tls = true
+gzip = false
+
+[[listen]]
+address = "0.0.0.0"
+port = 443
+tls_cert = "tls/cert.pem"
+tls_key = "/etc/ssl/private/key.pem"
+
+[limits]
+max_connections = 500
+max_connections_per_address = 20
+write_timeout = 7
+max_login_failures = 3
+login_block = 120
+
+[[region]]
+root = "site"
+)",
+                                      "/etc/kiv");
+    ASSERT_EQ(config.listeners.size(), 2u);
+    EXPECT_TRUE(config.listeners[0].redirectToTls);
+    EXPECT_EQ(config.listeners[1].port, 443);
+    EXPECT_EQ(config.listeners[1].tlsCertificate, fs::path("/etc/kiv/tls/cert.pem"));
+    EXPECT_EQ(config.listeners[1].tlsKey, fs::path("/etc/ssl/private/key.pem"));
+    EXPECT_FALSE(config.gzip);
+    EXPECT_EQ(config.hstsMaxAgeSeconds, 31536000) << "HSTS is on by default";
+    EXPECT_EQ(config.limits.maxConnections, 500);
+    EXPECT_EQ(config.limits.maxConnectionsPerAddress, 20);
+    EXPECT_EQ(config.limits.writeTimeoutSeconds, 7);
+    EXPECT_EQ(config.limits.maxLoginFailures, 3);
+    EXPECT_EQ(config.limits.loginBlockSeconds, 120);
+    EXPECT_EQ(config.limits.maxQueuedRequests, 256) << "unset limits keep their defaults";
+    EXPECT_TRUE(findConfigProblems(config).size() == 1) << "only the missing site folder";
+
+    EXPECT_THROW(parseConfig("[[listen]]\ntls_cert = \"c.pem\"\n[[region]]\nroot = \"s\"\n", "/"),
+                 ConfigError)
+        << "a certificate without its key";
+    ServerConfig redirectOnly =
+        parseConfig("[server]\nredirect_to_tls = true\n[[region]]\nroot = \"/\"\n", "/");
+    auto problems = findConfigProblems(redirectOnly);
+    ASSERT_EQ(problems.size(), 1u);
+    EXPECT_NE(problems[0].find("no listener has a certificate"), std::string::npos);
 }
 
 TEST(Config, ProblemsNameMissingSitesAndBadHashes)
