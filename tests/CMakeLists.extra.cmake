@@ -2,3 +2,10 @@
 if(TARGET kivserver_databases AND EXISTS ${CMAKE_CURRENT_SOURCE_DIR}/odbc/CMakeLists.txt)
     add_subdirectory(odbc)
 endif()
+
+# A program that includes the foundation's headers with nothing but the compiler and -I, in
+# several spellings of the same paths, writes the same assertion lines as the project's build.
+add_test(NAME kiv_foundation_assert_lines_plain_build
+         COMMAND ${CMAKE_COMMAND} -DCOMPILER=${CMAKE_CXX_COMPILER} -DSOURCE_DIR=${CMAKE_SOURCE_DIR}
+                 -DWORK_DIR=${CMAKE_CURRENT_BINARY_DIR}/assert-lines-plain-build -P
+                 ${CMAKE_CURRENT_SOURCE_DIR}/foundation/plain-build/CheckAssertLines.cmake)
