@@ -2,11 +2,11 @@
 // every type, imported through the service as the module would. Any input must import or be
 // refused with a message, and a refused import must leave the records as they were.
 // fuzz-link: kivserver_databases
+// fuzz-gate-runs: 15000
 #include "DatabaseResultCodes.h"
 #include "DatabaseSession.h"
 #include "KivModuleInterface.h"
-
-#include <unistd.h>
+#include "ScratchFolder.h"
 
 #include <cstdint>
 #include <cstdlib>
@@ -30,9 +30,7 @@ struct Fixture
 
     Fixture()
     {
-        folder = std::filesystem::temp_directory_path() / ("kiv-csv-fuzz-" + std::to_string(::getpid()));
-        std::filesystem::remove_all(folder);
-        std::filesystem::create_directories(folder);
+        folder = fuzz::makeScratchFolder("kiv-csv-fuzz");
         session = std::make_unique<kiv::db::DatabaseSession>(kiv::db::SessionEnvironment{folder});
         session->setCurrentTag("kivEditDatabase");
         std::string name = "Fuzz";

@@ -3,6 +3,7 @@
 // the number back, comparisons must be antisymmetric, and nothing a page could write may abort.
 // Input: byte 0 picks the precision, byte 1 the scale, byte 2 a small power; the rest is two
 // texts separated by the first newline.
+// fuzz-gate-runs: 50000
 #include "KivNumber.h"
 
 #include <cstdint>

@@ -1,6 +1,7 @@
 // Feeds arbitrary bytes to the tag tokenizer: the page rebuilt from its tokens must equal the
 // input, pairing links must be mutual and point backwards, and the list operations (merge and
 // re-split of a stretch chosen by the input) must keep the page intact.
+// fuzz-gate-runs: 50000
 #include "KivString.h"
 #include "KivTagTokenizer.h"
 

@@ -10,6 +10,7 @@ packages=(
     libboost1.81-dev zlib1g-dev libssl-dev openssl libcli11-dev libtomlplusplus-dev libsodium-dev
     unixodbc unixodbc-dev odbc-postgresql libsqliteodbc postgresql
     python3 curl
+    libsystemd-dev systemd dpkg-dev logrotate
 )
 # Extra groups, asked for by the test script when it runs those suites.
 if [[ "${KIV_SETUP_BROWSER:-0}" == 1 ]]; then

@@ -180,7 +180,7 @@ KivString KivLocalizationManager::GetString(const unsigned int& stringID_i, cons
     for (int k = 0; k < 9; k++)
     {
         if (localizedString.Contains(*kStringPlaceholders[k], kKivString_CaseInsensitive))
-            KivAssertReport(__FILE__, "STATE WARNING: ", kUnfilledPlaceholderWarnings[k]);
+            KivAssertReport(KIV_ASSERT_HERE, "STATE WARNING: ", kUnfilledPlaceholderWarnings[k]);
     }
     return localizedString;
 }

@@ -804,12 +804,8 @@ void KivNumber::AssertValid() const
 
 void KivNumber::HandleNumberError(const int& code_i)
 {
-    // The file is named like the assertion lines name it: relative, without extension.
-    const char* file = __FILE__;
-    const char* dot = std::strrchr(file, '.');
-    int pathLength = dot != nullptr ? (int)(dot - file) : (int)std::strlen(file);
-    std::fprintf(stderr, "\tFILE: \"%.*s\"\n%s", pathLength, file, NumberErrorMessage(code_i));
-    std::fflush(stderr);
+    // The file is named like the assertion lines name it.
+    KivAssertReportMessage(KIV_ASSERT_HERE, NumberErrorMessage(code_i));
     if (code_i == kKivNumberError_DivideByZero)
     {
         myNumber =

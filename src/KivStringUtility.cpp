@@ -105,7 +105,7 @@ KivString KivStringUtility::GetStringRepresentation(unsigned int value_i, unsign
         return result;
     if (minimumDigitCount_i < 1)
     {
-        KivAssertReport(__FILE__, "STATE WARNING: ", "minimumDigitCount_i < 1");
+        KivAssertReport(KIV_ASSERT_HERE, "STATE WARNING: ", "minimumDigitCount_i < 1");
         minimumDigitCount_i = 1;
     }
     // Digits come out least significant first; the string is reversed at the end.
