@@ -59,7 +59,15 @@ kiv::ServerLimits smallLimits()
 
 void checkConfined(const fs::path& folder, const std::optional<fs::path>& resolved)
 {
-    if (resolved && !kiv::isInsideFolder(folder, fs::weakly_canonical(*resolved)))
+    if (!resolved)
+        return;
+    // A name too long for the file system cannot be resolved again; it cannot be opened
+    // either, so its lexical form is what is compared.
+    std::error_code error;
+    fs::path real = fs::weakly_canonical(*resolved, error);
+    if (error)
+        real = resolved->lexically_normal();
+    if (!kiv::isInsideFolder(folder, real))
         std::abort(); // a request reached a file outside its folder
 }
 
