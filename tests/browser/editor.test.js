@@ -393,7 +393,7 @@ async function englishWalk(admin, site) {
     await admin.shot('export-form');
     await admin.click('Export Now');
     await admin.shot('export-done');
-    const exported = fs.readFileSync(path.join(site.data, 'inventory.csv'), 'latin1');
+    const exported = fs.readFileSync(path.join(site.data, 'exports', 'inventory.csv'), 'latin1');
     const header = exported.split(/\r?\n/)[0];
     assert.equal(header.replace(/"/g, ''), 'Name,Price,KIVIDFIELD,Quantity,Serial,InStock,Notes,Weight',
         'the export follows the positions');

@@ -118,6 +118,21 @@ Port=$port
 Database=kivtest
 BoolsAsChar=0
 ConnSettings=SET client_encoding TO 'LATIN1'
+
+[KivSqliteExact]
+Driver=KivSQLite3
+Database=$folder/sqlite.db
+Timeout=10000
+KivCaseSensitiveText=yes
+
+[KivPostgresExact]
+Driver=KivPostgreSQL
+Servername=127.0.0.1
+Port=$port
+Database=kivtest
+BoolsAsChar=0
+ConnSettings=SET client_encoding TO 'LATIN1'
+KivCaseSensitiveText=yes
 INI
 echo "$port" >"$folder/pg-port"
 echo "odbc fixture: PostgreSQL on 127.0.0.1:$port, data in $data"
