@@ -323,7 +323,8 @@ uint32_t Database::keyOf(const InputValue& uniqueID, FieldValue& key)
     return kKivResult_Success;
 }
 
-uint32_t Database::deleteRecord(const InputValue& uniqueID)
+uint32_t Database::withRowsOf(const InputValue& uniqueID,
+                              const std::function<uint32_t(const std::vector<RowKey>& rows)>& action)
 {
     FieldValue id;
     if (const uint32_t code = keyOf(uniqueID, id); code != kKivResult_Success)
@@ -336,12 +337,21 @@ uint32_t Database::deleteRecord(const InputValue& uniqueID)
                 return fail(result::kRecordNotFound,
                             "No record has the unique ID " +
                                 quoteValue(valueAsText(fields()[*myTable->uniqueIDIndex()], id)) + ".");
-            myResults.complete();
-            auto transaction = myTable->begin();
-            myTable->deleteRows(rows);
-            transaction->commit();
-            return kKivResult_Success;
+            return action(rows);
         });
+}
+
+uint32_t Database::deleteRecord(const InputValue& uniqueID)
+{
+    return withRowsOf(uniqueID,
+                      [&](const std::vector<RowKey>& rows)
+                      {
+                          myResults.complete();
+                          auto transaction = myTable->begin();
+                          myTable->deleteRows(rows);
+                          transaction->commit();
+                          return uint32_t(kKivResult_Success);
+                      });
 }
 
 uint32_t Database::deleteAllRecords()
@@ -463,20 +473,13 @@ uint32_t Database::jump(uint32_t offset)
 
 uint32_t Database::moveTo(const InputValue& uniqueID)
 {
-    FieldValue id;
-    if (const uint32_t code = keyOf(uniqueID, id); code != kKivResult_Success)
-        return code;
-    return guarded(
-        [&]() -> uint32_t
+    return withRowsOf(
+        uniqueID,
+        [&](const std::vector<RowKey>& rows)
         {
-            const auto rows = myTable->rowsWithUniqueID(id);
-            if (rows.empty())
-                return fail(result::kRecordNotFound,
-                            "No record has the unique ID " +
-                                quoteValue(valueAsText(fields()[*myTable->uniqueIDIndex()], id)) + ".");
             ensureResults();
             if (myResults.moveToKey(rows.front(), [this](const RowKey& key) { return loadRow(key); }))
-                return kKivResult_Success;
+                return uint32_t(kKivResult_Success);
             return fail(result::kRecordNotFound,
                         "The record is not among the results of the current search.");
         });

@@ -99,6 +99,9 @@ private:
     std::vector<FieldValue> defaultValues() const;
     bool loadRow(const RowKey& key);
     uint32_t keyOf(const InputValue& uniqueID, FieldValue& key);
+    // Runs `action` on the rows whose unique ID is `uniqueID`; 'MRNF' when there are none.
+    uint32_t withRowsOf(const InputValue& uniqueID,
+                        const std::function<uint32_t(const std::vector<RowKey>& rows)>& action);
     void ensureResults();
     void afterSchemaChange();
     uint32_t importRows(CsvReader& reader, const std::vector<size_t>& columns, uint32_t& count);

@@ -160,23 +160,20 @@ public:
 
     uint32_t take(uint32_t selector, std::string_view text, uint32_t word) override
     {
+        static const std::pair<uint32_t, std::string ModuleRecord::*> kDescriptions[] = {
+            {kKivServer_RegisterModuleName, &ModuleRecord::name},
+            {kKivServer_RegisterModuleVersion, &ModuleRecord::version},
+            {kKivServer_RegisterModuleAuthor, &ModuleRecord::author},
+            {kKivServer_RegisterModuleDeveloperID, &ModuleRecord::developerID},
+            {kKivServer_RegisterVersionTrackerURL, &ModuleRecord::versionTrackerURL}};
+        for (const auto& [described, member] : kDescriptions)
+            if (selector == described)
+            {
+                myModule.*member = text;
+                return kKivResult_Success;
+            }
         switch (selector)
         {
-        case kKivServer_RegisterModuleName:
-            myModule.name = text;
-            return kKivResult_Success;
-        case kKivServer_RegisterModuleVersion:
-            myModule.version = text;
-            return kKivResult_Success;
-        case kKivServer_RegisterModuleAuthor:
-            myModule.author = text;
-            return kKivResult_Success;
-        case kKivServer_RegisterModuleDeveloperID:
-            myModule.developerID = text;
-            return kKivResult_Success;
-        case kKivServer_RegisterVersionTrackerURL:
-            myModule.versionTrackerURL = text;
-            return kKivResult_Success;
         case kKivServer_RegisterForTag:
             if (text.empty())
                 return kKivResult_InvalidValue;
