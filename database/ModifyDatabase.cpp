@@ -96,8 +96,8 @@ unsigned int ModifyDB_ImportReopening(_KIVAPI_ModuleProcessingInfo* processingIn
         unsigned int result = KivGlueDBCloseDatabase(processingInfo_i, database_io);
         if (result != 0)
             return result;
-        result = KivGlueDBOpenDatabase(processingInfo_i, databaseName_i, kKivOpenMode_Exclusive,
-                                       database_io, KivString());
+        result = KivGlueDBOpenDatabase(processingInfo_i, databaseName_i, kKivOpenMode_Exclusive, database_io,
+                                       KivString());
         if (result != 0)
         {
             ModifyDB_ReportError(processingInfo_i,
