@@ -256,12 +256,16 @@ TEST_F(SearchServiceTest, BooleanLogicAndParentheses)
     EXPECT_EQ(names("NOT Price = 10"), (Names{"banana", "Cherry", "date", "\xC9lan"})); // includes no value
 }
 
-TEST_F(SearchServiceTest, UnknownFieldsAnswerNotFoundWithTheName)
+TEST_F(SearchServiceTest, UnknownFieldsAnswerNotFoundAndLongTextIsNotOrdered)
 {
     EXPECT_EQ(db.executeSearch("Colour = 'red'"), kKivResult_NotFound);
     EXPECT_EQ(db.message(), "Colour");
     EXPECT_EQ(db.executeSearch("Name = 'a' ORDER BY Size"), kKivResult_NotFound);
     EXPECT_EQ(db.message(), "Size");
+    EXPECT_EQ(service.lastFailure().line, "no field \"Size\" in \"Shop\"");
+    EXPECT_EQ(db.executeSearch("ORDER BY Notes DESC"), kKivResult_NotIndexed);
+    EXPECT_EQ(db.message(), "Notes");
+    EXPECT_EQ(service.lastFailure().line, "search: the long text field \"Notes\" cannot be ordered");
 }
 
 TEST_F(SearchServiceTest, MalformedSearchesAnswerImproperFormatWithTheReason)
