@@ -103,6 +103,9 @@ RegionConfig readRegion(const toml::table& table, const fs::path& base, size_t i
     region.siteRoot = resolvePath(base, root);
     std::string data = readString(table, "data", "");
     region.dataFolder = data.empty() ? fs::path(region.siteRoot.string() + "-data") : resolvePath(base, data);
+    std::string exports = readString(table, "exports_folder", "");
+    if (!exports.empty())
+        region.exportsFolder = resolvePath(base, exports);
     std::string language = readString(table, "language", "en");
     region.language = languageCode(language);
     if (region.language == 0)
