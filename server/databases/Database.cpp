@@ -81,10 +81,12 @@ template <typename Operation> uint32_t Database::guarded(Operation&& operation)
 
 std::optional<size_t> Database::fieldIndex(std::string_view name) const
 {
+    // As people and the module write names: "City ", "(City)" from a placeholder, "( City )".
+    name = trimBlanks(name);
     if (const auto index = myTable->fieldIndex(name))
         return index;
     const auto stripped = stripParentheses(name);
-    return stripped.size() == name.size() ? std::nullopt : myTable->fieldIndex(stripped);
+    return stripped.size() == name.size() ? std::nullopt : myTable->fieldIndex(trimBlanks(stripped));
 }
 
 const FieldDefinition* Database::fieldAt(size_t index) const
@@ -113,10 +115,12 @@ void Database::afterSchemaChange()
     clearSearch();
 }
 
-uint32_t Database::addField(const std::string& name, uint32_t typeWord)
+uint32_t Database::addField(const std::string& givenName, uint32_t typeWord)
 {
+    // Lookups ignore surrounding blanks, so a name typed with one means the name without it.
+    const std::string name(trimBlanks(givenName));
     if (auto why = checkFieldName(name); !why.empty())
-        return fail(result::kInvalidName, why);
+        return fail(result::kInvalidFieldName, why);
     if (findField(name))
         return fail(kKivResult_NotUnique, "The database already has a field named " + name + ".",
                     "the field " + quoteValue(name) + " already exists in " + quoteValue(this->name()));
@@ -384,7 +388,8 @@ void Database::clearSearch()
 
 uint32_t Database::executeSearch(std::string_view text)
 {
-    auto parsed = search::parseSearch(text);
+    // The parser reads a bare name with blanks as the database names its fields.
+    auto parsed = search::parseSearch(text, [this](std::string_view name) { return fieldIndex(name).has_value(); });
     if (auto* error = std::get_if<search::SyntaxError>(&parsed))
         return fail(kKivResult_ImproperFormat, error->message, "search: " + error->message);
     const auto& query = std::get<search::Query>(parsed);
@@ -628,12 +633,14 @@ uint32_t Database::createImportFields(const std::filesystem::path& source,
         const std::string name(trimBlanks(header[i]));
         if (fieldIndex(name))
             continue;
+        const std::string where = "Row 1, column " + std::to_string(i + 1) + ": ";
         if (auto why = checkFieldName(name); !why.empty())
             return fail(result::kImportFailed,
-                        "Row 1: the column " + quoteValue(header[i]) + " cannot become a field: " + why);
+                        where + "the header " + quoteValue(header[i]) + " cannot become a field. " + why);
         for (const auto& other : newFields)
             if (compareFolded(other.name, name) == 0)
-                return fail(result::kImportFailed, "Row 1: the field " + name + " is named twice.");
+                return fail(result::kImportFailed, where + "the field " + name + " is named twice (also in column " +
+                                                       std::to_string(other.column + 1) + ").");
         newFields.push_back({i, name});
     }
     // A column becomes an Integer field when every value it has is a whole number that fits
@@ -669,7 +676,8 @@ uint32_t Database::createImportFields(const std::filesystem::path& source,
             const std::string reason = myMessage;
             removeFields(created);
             return fail(result::kImportFailed,
-                        "Row 1: the field " + field.name + " cannot be created: " + reason);
+                        "Row 1, column " + std::to_string(field.column + 1) + ": the field " + field.name +
+                            " cannot be created: " + reason);
         }
         created.push_back(field.name);
     }

@@ -44,13 +44,14 @@ public:
     const std::string& message() const { return myMessage; }
     Table& table() { return *myTable; }
 
-    // Fields. Lookups ignore case and accept the name in one pair of parentheses: "(City)".
+    // Fields. Lookups ignore case (ASCII and Latin-1 letters) and surrounding blanks, and accept
+    // the name in one pair of parentheses: "(City)", as the search template hands it over.
     size_t fieldCount() const { return fields().size(); }
     const FieldDefinition* fieldAt(size_t index) const;
     const FieldDefinition* findField(std::string_view name) const;
     // The field's type word, or 'MNtF' with its name as the message.
     uint32_t fieldInfo(std::string_view name, uint32_t& typeWord);
-    uint32_t addField(const std::string& name, uint32_t typeWord);
+    uint32_t addField(const std::string& givenName, uint32_t typeWord);
     uint32_t deleteField(const std::string& name);
 
     // The record buffer: a new record, or the record under the cursor.

@@ -1,6 +1,9 @@
-// Which database and field names the embedded store accepts. A database name becomes a file
-// name in the data folder, so the rules make sure no name can reach outside that folder; a
-// field name appears in search texts, so it must read as one word there.
+// Which database and field names the service accepts. A database name becomes a file name in
+// the data folder, so its rules make sure no name can reach outside that folder. A field name
+// is only metadata (the embedded store's columns have names of their own, a data source's are
+// quoted), so it may be written as people name columns, with blanks and accents; it only
+// leaves out the characters that the module's own texts use to separate names: the field
+// list's "." and ",", the placeholder's ";" and parentheses, and quotes.
 #pragma once
 
 #include <string>
@@ -11,12 +14,18 @@ namespace kiv::db
 
 constexpr size_t kMaximumNameLength = 64;
 
+// The field-name rule in the words every refusal uses.
+constexpr std::string_view kFieldNameRule =
+    "Field names are 1 to 64 bytes of letters (Latin-1 letters too), digits, blanks and punctuation "
+    "other than . , ; ( ) and quotes, with no blank at either end.";
+
 // Empty when the name is acceptable, otherwise a sentence saying why not.
 std::string checkDatabaseName(std::string_view name);
+// Empty, or what is wrong followed by kFieldNameRule.
 std::string checkFieldName(std::string_view name);
 
-// The byte rules of a field name, shared with the search language's lexer.
-bool isFieldNameStart(unsigned char c);
-bool isFieldNamePart(unsigned char c);
+// A byte a field name may hold: a printable character (ASCII, or Latin-1 from 0xA0) or the
+// blank, other than . , ; ( ) ' and ".
+bool isFieldNameByte(unsigned char c);
 
 } // namespace kiv::db

@@ -2,6 +2,8 @@
 // same list, and a test checks that every code has a text.
 #include "ServiceCodes.h"
 
+#include "NameRules.h"
+
 namespace kiv::db
 {
 
@@ -39,8 +41,14 @@ std::string_view describeResult(uint32_t code)
     case kDatabaseExists:
         return "A database by that name already exists.";
     case kInvalidName:
-        return "The name is not allowed: use letters, digits, blanks and . _ - ( ) + & ' @ # $ ! ~ = only, "
-               "at most 64 bytes, no path separators, no \"..\".";
+        return "The database name is not allowed: use letters, digits, blanks and . _ - ( ) + & ' @ # $ ! ~ "
+               "= "
+               "only, at most 64 bytes, no path separators, no \"..\".";
+    case kInvalidFieldName:
+    {
+        static const std::string text = "The field name is not allowed. " + std::string(kFieldNameRule);
+        return text;
+    }
     case kLocked:
         return "The database may be locked for exclusive use. Try again in a few moments.";
     case kInvalidHandle:

@@ -24,7 +24,8 @@ namespace result
 {
 constexpr uint32_t kDatabaseNotFound = fourCharCode("MDNF");
 constexpr uint32_t kDatabaseExists = fourCharCode("MDEx");
-constexpr uint32_t kInvalidName = fourCharCode("MBdN");
+constexpr uint32_t kInvalidName = fourCharCode("MBdN");      // a database name
+constexpr uint32_t kInvalidFieldName = fourCharCode("MBdF"); // a field name
 constexpr uint32_t kLocked = fourCharCode("MLkd");
 constexpr uint32_t kInvalidHandle = fourCharCode("MBdH");
 constexpr uint32_t kInvalidArgument = fourCharCode("MPrm");

@@ -1,6 +1,7 @@
 // Databases and fields: create, list, open, delete; names that could escape the data folder;
 // opens that create only when asked to; fields of every native type with their flags; the
 // codes and explanations the service gives for each failure.
+#include "NameRules.h"
 #include "ServiceTesting.h"
 
 namespace kiv::db::testing
@@ -131,7 +132,8 @@ TEST_F(DatabaseCatalogueTest, FieldChangesWaitForTheOtherOpensAndAnExistingField
     EXPECT_EQ(db.message(), "Name");                // what the module publishes as the new field's name
     EXPECT_EQ(db.addField("NAME", 0x00070000), kKivResult_NotUnique);
     EXPECT_EQ(service.lastFailure().line, "the field \"NAME\" already exists in \"Shop\"");
-    EXPECT_EQ(db.addField("bad name", 0x00060000), result::kInvalidName);
+    EXPECT_EQ(db.addField("bad.name", 0x00060000), result::kInvalidFieldName);
+    EXPECT_EQ(service.lastFailure().line, "A field name cannot hold \".\". " + std::string(kFieldNameRule));
     EXPECT_EQ(db.addField("Odd", 0x00000000), result::kInvalidArgument); // no type
     EXPECT_EQ(db.addField("Odd", 0x01060000), result::kInvalidArgument); // auto-unique text
     EXPECT_EQ(db.addField("Odd", 0x00480000), result::kInvalidArgument); // an ODBC type

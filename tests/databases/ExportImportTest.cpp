@@ -1,6 +1,7 @@
 // CSV export and import: RFC 4180 quoting of awkward values, chosen and ordered columns, the
 // temporary-file rule, the one-transaction import and its row-naming errors.
 #include "files/CsvFormat.h"
+#include "NameRules.h"
 #include "ServiceTesting.h"
 
 #include <sstream>
@@ -204,7 +205,8 @@ TEST_F(ExportImportTest, ImportIsAllOrNothingAndNamesTheBadRow)
               "Row 4 (line 5), field Qty: \"two\" is not a whole number from -2147483648 to 2147483647.");
     const std::vector<std::pair<std::string, std::string>> refused = {
         {"Name,Qty\r\na,1\r\nb\r\n", "Row 3 (line 3): 1 values, but the header names 2 fields."},
-        {"Name,Colour\r\na,red\r\n", "Row 1: the column \"Colour\" names no field of the database Shop."},
+        {" name ,Colour\r\na,red\r\n",
+         "Row 1, column 2: the header \"Colour\" names no field of the database Shop."},
         {"KIVIDFIELD,Name\r\n1,clash\r\n",
          "Row 2 (line 2): Another record already holds this value in the unique field KIVIDFIELD."},
         {"Name\r\nok\r\nnul\0here\r\n"s,
@@ -286,7 +288,7 @@ TEST_F(ImportNewFieldsTest, UnknownColumnsAreRefusedWhileOthersUseItOrItHasField
     DatabaseService other(environmentIn(folder.path()));
     open(other, "Shared"); // another request holds the field list
     EXPECT_EQ(shared.importRecords("in.csv", count), result::kImportFailed);
-    EXPECT_NE(shared.message().find("Row 1: the field Name cannot be created"), std::string::npos)
+    EXPECT_NE(shared.message().find("Row 1, column 1: the field Name cannot be created"), std::string::npos)
         << shared.message();
     EXPECT_EQ(shared.fieldCount(), 1u);
     EXPECT_EQ(recordCount(shared), 0u);
@@ -294,7 +296,7 @@ TEST_F(ImportNewFieldsTest, UnknownColumnsAreRefusedWhileOthersUseItOrItHasField
     Database& some = openNew("Some");
     ASSERT_EQ(some.addField("Name", 0x00060000), 0u);
     EXPECT_EQ(some.importRecords("in.csv", count), result::kImportFailed);
-    EXPECT_EQ(some.message(), "Row 1: the column \"Qty\" names no field of the database Some.");
+    EXPECT_EQ(some.message(), "Row 1, column 2: the header \"Qty\" names no field of the database Some.");
     EXPECT_EQ(some.fieldCount(), 2u);
     EXPECT_EQ(recordCount(some), 0u);
 }
@@ -307,7 +309,7 @@ TEST_F(ImportNewFieldsTest, AFailedImportLeavesNoFieldsBehind)
         {"KIVIDFIELD,Name\r\n1,a\r\n1,b\r\n",
          "Row 3 (line 3): Another record already holds this value in the unique field KIVIDFIELD."},
         {"Name,Qty\r\na,1\r\nb\r\n", "Row 3 (line 3): 1 values, but the header names 2 fields."},
-        {"Name,NAME\r\na,b\r\n", "Row 1: the field NAME is named twice."},
+        {"Name,NAME\r\na,b\r\n", "Row 1, column 2: the field NAME is named twice (also in column 1)."},
         {"Name,Qty\r\n\"open,1\r\n",
          "Row 2 (line 3): a quoted value is not closed before the end of the file."}};
     for (const auto& [content, message] : refused)
@@ -319,7 +321,8 @@ TEST_F(ImportNewFieldsTest, AFailedImportLeavesNoFieldsBehind)
     }
     writeFile(folder.exports() / "in.csv", "Name,\r\na,b\r\n");
     EXPECT_EQ(db.importRecords("in.csv", count), result::kImportFailed);
-    EXPECT_EQ(db.message().rfind("Row 1: the column \"\" cannot become a field: ", 0), 0u) << db.message();
+    EXPECT_EQ(db.message(), "Row 1, column 2: the header \"\" cannot become a field. A field name cannot be "
+                            "empty. " + std::string(kFieldNameRule));
     EXPECT_EQ(recordCount(db), 0u);
 
     // Still a database without fields of its own: a good file imports.

@@ -48,6 +48,25 @@ std::string errorOf(const std::string& text)
     return error ? error->message : "";
 }
 
+// The parse as a database with these fields would have it: "field op | field op ... / order".
+std::string readingOf(const std::string& text, const std::vector<std::string>& fields = {})
+{
+    const auto isField = [&](std::string_view name)
+    { return std::any_of(fields.begin(), fields.end(), [&](const auto& f) { return compareFolded(f, name) == 0; }); };
+    auto parsed = fields.empty() ? parseSearch(text) : parseSearch(text, isField);
+    if (auto* error = std::get_if<SyntaxError>(&parsed))
+        return "error: " + error->message;
+    const Query& query = std::get<Query>(parsed);
+    std::vector<const std::string*> conditionFields = search::fieldsOf(query);
+    conditionFields.resize(conditionFields.size() - query.order.size());
+    std::string reading;
+    for (const std::string* field : conditionFields)
+        reading += (reading.empty() ? "" : " | ") + *field;
+    for (const auto& item : query.order)
+        reading += " / " + item.field + (item.descending ? " DESC" : "");
+    return reading;
+}
+
 TEST(SearchParser, NotBindsTighterThanAndWhichBindsTighterThanOr)
 {
     EXPECT_EQ(shapeOf("a = 1 OR b = 2 AND c = 3"), "(a OR (b AND c))");
@@ -125,6 +144,79 @@ TEST(SearchParser, SyntaxErrorsSayWhatAndWhere)
     EXPECT_EQ(errorOf("City = 'a' AND"),
               "Expected a field name at position 15 but found the end of the search.");
     EXPECT_EQ(errorOf("City ; 'a'"), "Unexpected character \";\" at position 6.");
+}
+
+TEST(SearchParser, NamesWithBlanksRunToTheOperatorThatAValueFollows)
+{
+    // The module writes a key field's name as it is: "name = 'value' AND ... ORDER BY name DESC".
+    EXPECT_EQ(readingOf("Contact Phone Number = '555-0101' AND Pr\xE9nom = 'Zo\xE9' "
+                        "ORDER BY Contact Phone Number DESC"),
+              "Contact Phone Number | Pr\xE9nom / Contact Phone Number DESC");
+    EXPECT_EQ(readingOf("Date of birth >= '1990-01-01' OR Date and time CONTAINS '12:00'"),
+              "Date of birth | Date and time");
+    EXPECT_EQ(readingOf("E-mail = 'x' OR 2nd phone = 'y' OR Q&A # 1 = 'z' OR 50% off = 1"),
+              "E-mail | 2nd phone | Q&A # 1 | 50% off");
+    // Operators inside a name are passed over until one is followed by a value.
+    EXPECT_EQ(readingOf("a=b = 'x' AND Weight <kg> = 2 AND Size [cm = '3'"), "a=b | Weight <kg> | Size [cm");
+    EXPECT_EQ(readingOf("Sort order = 1 AND Or = 2 ORDER BY Sort order, Order DESC"),
+              "Sort order | Or / Sort order / Order DESC");
+    auto parsed = parseSearch("  Contact Phone Number   <>   '1'");
+    ASSERT_TRUE(std::holds_alternative<Query>(parsed));
+    const Node& node = *std::get<Query>(parsed).condition;
+    EXPECT_EQ(node.field, "Contact Phone Number");
+    EXPECT_EQ(node.position, 3u);
+    EXPECT_EQ(node.op, Operator::NotEqual);
+}
+
+TEST(SearchParser, BracketsHoldAnyNameAndDoubleAClosingBracket)
+{
+    EXPECT_EQ(readingOf("[Date of birth] >= '1990-01-01' ORDER BY [Date of birth] DESC, [Weight [kg]]]"),
+              "Date of birth / Date of birth DESC / Weight [kg]");
+    EXPECT_EQ(readingOf("[ Pr\xE9nom ] = 'x' AND [Unit.Price (net)] > 3 AND [Order] = 1 AND [NOT] = 2"),
+              "Pr\xE9nom | Unit.Price (net) | Order | NOT");
+    EXPECT_EQ(readingOf("ORDER BY [Desc] DESC, [Price Desc]"), " / Desc DESC / Price Desc");
+    EXPECT_EQ(errorOf("[ ] = 1"), "The brackets at position 1 hold no field name.");
+    EXPECT_EQ(errorOf("Name = [x]"),
+              "Expected a value (a quoted text or a number) at position 8 but found \"[x]\".");
+    // Double quotes are neither a text nor a name, and the message says which to write.
+    const std::string hint = " A text is written in single quotes, 'Paris', and a field name with blanks may be "
+                             "written in brackets, [Date of birth].";
+    EXPECT_EQ(errorOf("City = \"Paris\""), "Unexpected character \"?\" at position 8." + hint);
+    EXPECT_EQ(errorOf("\"Date of birth\" = '1990'"), "Unexpected character \"?\" at position 1." + hint);
+}
+
+TEST(SearchParser, TheDatabaseDecidesBetweenReadingsOfANameWithoutBrackets)
+{
+    const std::vector<std::string> fields = {"Children", "Children < 18", "Not before", "Order by date",
+                                             "Price",    "Price Desc",    "Active"};
+    EXPECT_EQ(readingOf("Children < 18 = 'yes'", fields), "Children < 18");
+    EXPECT_EQ(readingOf("Children < 18 AND Children < 18 = 'yes'", fields), "Children | Children < 18");
+    EXPECT_EQ(readingOf("Not before = '2020' AND NOT Active = 1", fields), "Not before | Active");
+    EXPECT_EQ(shapeOf("Not before = '2020' AND NOT Active = 1"), "(NOT before AND NOT Active)"); // no database
+    EXPECT_EQ(readingOf("Order by date = '2020' ORDER BY Price DESC", fields), "Order by date / Price DESC");
+    EXPECT_EQ(readingOf("ORDER BY Price Desc, PRICE DESC DESC, [Price Desc]", fields),
+              " / Price DESC / PRICE DESC DESC / Price Desc");
+    EXPECT_EQ(readingOf("ORDER BY Price Desc", {"Price Desc"}), " / Price Desc");
+    // Without the database, the shortest name is read and the rest does not parse.
+    EXPECT_EQ(errorOf("Children < 18 = 'yes'"),
+              "Unexpected \"=\" at position 15: expected AND, OR, ORDER BY or the end of the search.");
+}
+
+TEST(SearchParser, NamesThatCannotBeReadSayWhy)
+{
+    EXPECT_EQ(errorOf("Date of birth '1990'"),
+              "Expected a comparison operator after the field \"Date of birth\" at position 15 but found "
+              "\"1990\".");
+    EXPECT_EQ(errorOf("First\tName = 'x'"), "The field name \"First?Name\" at position 1 is longer than 255 bytes "
+                                           "or holds a character that field names cannot have.");
+    EXPECT_EQ(errorOf(std::string(256, 'n') + " = 1"),
+              "The field name that begins at position 1 is longer than 255 bytes.");
+    EXPECT_EQ(readingOf(std::string(255, 'n') + " = 1"), std::string(255, 'n'));
+    EXPECT_EQ(errorOf("Name = 'a' ORDER BY Name;"), "Unexpected character \";\" at position 25.");
+    EXPECT_EQ(errorOf("ORDER BY First\tName"), "The field name \"First?Name\" at position 10 is longer than 255 "
+                                               "bytes or holds a character that field names cannot have.");
+    EXPECT_EQ(errorOf("Q#A"), "Unexpected character \"#\" at position 2.");
+    EXPECT_EQ(errorOf("Size [cm"), "The \"[\" at position 6 has no closing \"]\" (write a \"]\" inside a name as two).");
 }
 
 TEST(SearchParser, HostileSizesAreRefusedByLimits)

@@ -178,7 +178,7 @@ class ExampleSiteTest(unittest.TestCase):
     def test_the_error_box_says_what_went_wrong_and_the_log_has_it_once(self):
         body = self.page("/t/search.html", db="Bookz")
         self.assertRegex(body, r"no database named &quot;Bookz&quot; \(databases: [^)]*People")
-        body = self.page("/t/search.html", db="People", q="LastName Nmae = 'x'")
+        body = self.page("/t/search.html", db="People", q="LastName 'Nmae'")
         self.assertRegex(body, r"kiv-error-detail[^>]*>search: [^<]*at position 10 but found &quot;Nmae&quot;")
         body = self.page("/t/search.html", db="People", q="Nmae = 'x'")
         self.assertIn("no field &quot;Nmae&quot; in &quot;People&quot;", body)

@@ -151,7 +151,58 @@ TEST_P(OdbcRecordsTest, FieldsAreAddedAndDeletedWithAlterTable)
     EXPECT_EQ(typeWord & 0xFFFFFF, 0x4C0014u);
     EXPECT_EQ(db->message(), "Name") << "the message names the added field";
     EXPECT_EQ(db->addField("Name", 0x60000), kKivResult_NotUnique);
-    EXPECT_EQ(db->addField("bad name", 0x60000), result::kInvalidName);
+    EXPECT_EQ(db->addField("bad.name", 0x60000), result::kInvalidFieldName);
+}
+
+TEST_P(OdbcRecordsTest, FieldNamesWithBlanksAndAccentsBecomeQuotedColumns)
+{
+    const std::string prenom = "Pr\xE9nom";
+    ASSERT_EQ(db->addField("Contact Phone Number", 0x024C0014), 0u) << db->message(); // indexed VARCHAR(20)
+    ASSERT_EQ(db->addField(prenom, 0x00060000 | 30), 0u) << db->message();
+    EXPECT_EQ(db->addField("Location.Coordinates", 0x60000), result::kInvalidFieldName);
+    // A name the data source would shorten is refused (PostgreSQL keeps 63 bytes of a name).
+    const std::string longest(64, 'n');
+    uint32_t typeWord = 0;
+    if (isPostgres())
+    {
+        EXPECT_EQ(db->addField(longest, 0x60000), result::kInvalidFieldName);
+        EXPECT_EQ(db->message(), "The data source KivPostgres takes field names of at most 63 bytes.");
+        EXPECT_EQ(db->fieldInfo(longest.substr(0, 63), typeWord), kKivResult_NotFound);
+    }
+    else
+    {
+        EXPECT_EQ(db->addField(longest, 0x60000), 0u) << db->message();
+        EXPECT_EQ(db->fieldInfo(longest, typeWord), 0u);
+    }
+    for (const auto& [phone, name] : {std::pair{"555-0101", "Zo\xE9"}, std::pair{"555-0102", "\xC9mile"}})
+        ASSERT_EQ(addRecord(*db, {{"Contact Phone Number", phone}, {prenom, name}, {"Name", name}}), 0u)
+            << db->message();
+
+    // Opened afresh, the columns carry the names as given; lookups fold Latin-1 capitals.
+    auto again = connectService(folder.path(), source());
+    Database& reopened = open(*again, table);
+    ASSERT_EQ(reopened.fieldInfo("  CONTACT PHONE NUMBER ", typeWord), 0u);
+    EXPECT_TRUE(typeWord & 0x02000000) << "indexed";
+    ASSERT_EQ(reopened.fieldInfo("(PR\xC9NOM)", typeWord), 0u);
+    EXPECT_EQ(column(reopened, "Contact Phone Number = '555-0102'", prenom),
+              std::vector<std::string>{"\xC9mile"});
+    EXPECT_EQ(column(reopened,
+                     "[pr\xE9nom] = 'Zo\xE9' OR Contact Phone Number > '555-0101' "
+                     "ORDER BY Contact Phone Number DESC",
+                     "Name"),
+              (std::vector<std::string>{"\xC9mile", "Zo\xE9"}));
+
+    // Export and import back through the same names.
+    reopened.clearSearch();
+    uint32_t count = 0;
+    ASSERT_EQ(reopened.exportRecords("names.csv", "Pr\xE9nom, contact phone number", count),
+              kKivResult_EndOfFile)
+        << reopened.message();
+    EXPECT_EQ(readFile(folder.exports() / "names.csv"),
+              "Pr\xE9nom,Contact Phone Number\r\nZo\xE9,555-0101\r\n\xC9mile,555-0102\r\n");
+    ASSERT_EQ(reopened.importRecords("names.csv", count), 0u) << reopened.message();
+    EXPECT_EQ(column(reopened, "Contact Phone Number = '555-0101'", prenom),
+              (std::vector<std::string>{"Zo\xE9", "Zo\xE9"}));
 }
 
 TEST_P(OdbcRecordsTest, AnotherUniqueIDFieldKeysTheRecords)

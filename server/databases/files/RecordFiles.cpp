@@ -92,18 +92,21 @@ uint32_t resolveImportHeader(const std::vector<std::string>& header, const Field
                              std::string& message)
 {
     columns.clear();
-    for (const auto& name : header)
+    for (size_t column = 0; column < header.size(); ++column)
     {
-        const auto index = lookup(trimBlanks(name));
+        // Spreadsheets write headers as people type them: any case, blanks around them.
+        const auto index = lookup(trimBlanks(header[column]));
+        const std::string where = "Row 1, column " + std::to_string(column + 1) + ": ";
         if (!index)
         {
-            message = "Row 1: the column " + quoteValue(name) + " names no field of the database " +
+            message = where + "the header " + quoteValue(header[column]) + " names no field of the database " +
                       databaseName + ".";
             return result::kImportFailed;
         }
-        if (std::find(columns.begin(), columns.end(), *index) != columns.end())
+        if (const auto earlier = std::find(columns.begin(), columns.end(), *index); earlier != columns.end())
         {
-            message = "Row 1: the field " + fieldName(*index) + " is named twice.";
+            message = where + "the field " + fieldName(*index) + " is named twice (also in column " +
+                      std::to_string(earlier - columns.begin() + 1) + ").";
             return result::kImportFailed;
         }
         columns.push_back(*index);

@@ -29,8 +29,9 @@ std::optional<std::string> resolveFieldList(std::string_view list, size_t fieldC
 uint32_t writeFileInPlace(const std::filesystem::path& target, const std::string& shownName,
                           const std::function<uint32_t(std::ostream&)>& write, std::string& fileError);
 
-// The fields an import file's header row names, in column order: 0, or 'MImF' with a message
-// naming the unknown or repeated column.
+// The fields an import file's header row names (without regard to case and surrounding
+// blanks), in column order: 0, or 'MImF' with a message naming the unknown or repeated column
+// by its number.
 uint32_t resolveImportHeader(const std::vector<std::string>& header, const FieldIndexLookup& lookup,
                              const std::function<std::string(size_t)>& fieldName,
                              const std::string& databaseName, std::vector<size_t>& columns,

@@ -215,7 +215,7 @@ private:
         if (message = checkDatabaseName(name); !message.empty())
             return result::kInvalidName;
         if (message = checkFieldName(uniqueID); !message.empty())
-            return result::kInvalidName;
+            return result::kInvalidFieldName;
         return guarded(message,
                        [&]() -> uint32_t
                        {

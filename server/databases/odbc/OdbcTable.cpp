@@ -333,6 +333,15 @@ void OdbcTable::addField(const std::string& name, uint32_t typeWord)
     else
         throw StoreError(result::kInvalidArgument, "The data source offers no type for the type word " +
                                                        std::to_string(typeWord) + ".");
+    // PostgreSQL would cut a longer name short without a word, and the field would then not
+    // answer to the name it was given.
+    SQLUSMALLINT longestName = 0;
+    if (SQL_SUCCEEDED(SQLGetInfo(myLease->connection().get(), SQL_MAX_COLUMN_NAME_LEN, &longestName,
+                                 sizeof longestName, nullptr)) &&
+        longestName != 0 && name.size() > longestName)
+        throw StoreError(result::kInvalidFieldName, "The data source " + myLease->traits().dataSource +
+                                                        " takes field names of at most " +
+                                                        std::to_string(longestName) + " bytes.");
     Statement statement(myLease->connection());
     statement.execute("ALTER TABLE " + table() + " ADD COLUMN " + quote(name) + " " + definition);
     if (typeWord & (kKivFieldFlag_Unique | kKivFieldFlag_Indexed))

@@ -1,10 +1,15 @@
-// Lexer and recursive-descent parser of the search language. Keywords are recognised by
-// context, so fields may be called Order or Desc: a word followed by a comparison operator is
-// always a field name.
+// Lexer and recursive-descent parser of the search language. Field names may hold blanks and
+// punctuation, so a name is not one token: the lexer makes tokens of everything a name can
+// hold and keeps each token's place in the text, and the parser takes a name as the text from
+// its first token up to the comparison operator that a value follows (after ORDER BY, up to
+// the next comma). Keywords are recognised by context, so fields may be called Order, Desc or
+// Not. What makes no sense on its own (a "#", a lone "!", "12abc") becomes a piece that a name
+// may hold and that is refused, in the lexer's words, anywhere else.
 #include "SearchLanguage.h"
 
 #include "NameRules.h"
 
+#include <algorithm>
 #include <optional>
 
 namespace kiv::db::search
@@ -20,14 +25,19 @@ struct Token
         Text,
         Number,
         Symbol,
+        Bracket, // a field name in brackets; the text is the name, "]]" undoubled
+        Piece,   // anything else: a part of a name, or a byte nothing may hold
         OpenParenthesis,
         CloseParenthesis,
         Comma,
         End
     };
     Kind kind = Kind::End;
-    std::string text; // the word, the undoubled text, the number, or the symbol
-    size_t position = 0;
+    std::string text;    // the word, the undoubled text or name, the number, the symbol, the piece
+    size_t position = 0; // 1-based byte position of its first byte
+    size_t end = 0;      // offset just past it
+    bool inName = false; // may be part of a field name written without brackets
+    std::string error;   // a piece: why it cannot stand where a name does not go on
 };
 
 bool isDigit(char c)
@@ -37,6 +47,32 @@ bool isDigit(char c)
 bool isBlank(char c)
 {
     return c == ' ' || c == '\t' || c == '\r' || c == '\n' || c == '\f' || c == '\v';
+}
+bool isWordStart(unsigned char c)
+{
+    return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || c == '_' || c >= 0xA0;
+}
+bool isWordPart(unsigned char c)
+{
+    return isWordStart(c) || isDigit(char(c));
+}
+
+std::string_view trimmed(std::string_view text)
+{
+    while (!text.empty() && isBlank(text.front()))
+        text.remove_prefix(1);
+    while (!text.empty() && isBlank(text.back()))
+        text.remove_suffix(1);
+    return text;
+}
+
+// Text that can be a field name written without brackets.
+bool isNameText(std::string_view name)
+{
+    if (name.empty() || name.size() > kMaximumFieldNameLength)
+        return false;
+    return std::all_of(name.begin(), name.end(),
+                       [](char c) { return isFieldNameByte(static_cast<unsigned char>(c)); });
 }
 
 // Token texts are quoted in messages that end up in HTML pages: keep only harmless bytes.
@@ -89,11 +125,13 @@ public:
             token.position = myOffset + 1;
             if (myOffset >= myText.size())
             {
+                token.end = myOffset;
                 tokens.push_back(std::move(token));
                 return std::nullopt;
             }
             if (auto error = next(token))
                 return error;
+            token.end = myOffset;
             tokens.push_back(std::move(token));
         }
     }
@@ -108,49 +146,61 @@ private:
         if (isDigit(c) || c == '.' ||
             ((c == '-' || c == '+') && myOffset + 1 < myText.size() &&
              (isDigit(myText[myOffset + 1]) || myText[myOffset + 1] == '.')))
-            return number(token);
-        if (isFieldNameStart(byte))
+        {
+            number(token);
+            return std::nullopt;
+        }
+        if (isWordStart(byte))
         {
             token.kind = Token::Kind::Word;
+            token.inName = true;
             const size_t start = myOffset;
-            while (myOffset < myText.size() && isFieldNamePart(static_cast<unsigned char>(myText[myOffset])))
+            while (myOffset < myText.size() && isWordPart(static_cast<unsigned char>(myText[myOffset])))
                 ++myOffset;
             token.text = std::string(myText.substr(start, myOffset - start));
             return std::nullopt;
         }
+        if (c == '[')
+        {
+            bracket(token);
+            return std::nullopt;
+        }
         ++myOffset;
+        token.text = std::string(1, c);
         switch (c)
         {
         case '(':
             token.kind = Token::Kind::OpenParenthesis;
-            token.text = "(";
             return std::nullopt;
         case ')':
             token.kind = Token::Kind::CloseParenthesis;
-            token.text = ")";
             return std::nullopt;
         case ',':
             token.kind = Token::Kind::Comma;
-            token.text = ",";
             return std::nullopt;
         case '=':
-            token.kind = Token::Kind::Symbol;
-            token.text = "=";
-            return std::nullopt;
         case '<':
         case '>':
         case '!':
             token.kind = Token::Kind::Symbol;
-            token.text = std::string(1, c);
-            if (myOffset < myText.size() &&
+            token.inName = true;
+            if (c != '=' && myOffset < myText.size() &&
                 (myText[myOffset] == '=' || (c == '<' && myText[myOffset] == '>')))
                 token.text += myText[myOffset++];
             if (token.text == "!")
-                return SyntaxError{"Unexpected \"!\"" + at(token.position) + "; use != for not equal."};
+            {
+                token.kind = Token::Kind::Piece;
+                token.error = "Unexpected \"!\"" + at(token.position) + "; use != for not equal.";
+            }
             return std::nullopt;
         default:
-            return SyntaxError{"Unexpected character " + quoteForMessage(std::string(1, c)) +
-                               at(token.position) + "."};
+            token.kind = Token::Kind::Piece;
+            token.inName = isFieldNameByte(byte);
+            token.error = "Unexpected character " + quoteForMessage(token.text) + at(token.position) + ".";
+            if (c == '"')
+                token.error += " A text is written in single quotes, 'Paris', and a field name with blanks "
+                               "may be written in brackets, [Date of birth].";
+            return std::nullopt;
         }
     }
 
@@ -178,7 +228,47 @@ private:
                            " has no closing quote (write a quote inside a text as two quotes)."};
     }
 
-    std::optional<SyntaxError> number(Token& token)
+    // "[Date of birth]", a "]" inside written as two. A quote ends the search for the closing
+    // bracket (no name holds one), so that a "[" in a name written without brackets, as in
+    // "Size [cm = '3'", stays a part of that name.
+    void bracket(Token& token)
+    {
+        const size_t start = myOffset++;
+        std::string name;
+        while (myOffset < myText.size() && myText[myOffset] != '\'')
+        {
+            const char c = myText[myOffset++];
+            if (c != ']')
+            {
+                name += c;
+                continue;
+            }
+            if (myOffset < myText.size() && myText[myOffset] == ']')
+            {
+                name += ']';
+                ++myOffset;
+                continue;
+            }
+            token.kind = Token::Kind::Bracket;
+            token.text = std::move(name);
+            token.inName = true;
+            if (trimmed(token.text).empty())
+            {
+                token.kind = Token::Kind::Piece;
+                token.inName = false;
+                token.error = "The brackets" + at(token.position) + " hold no field name.";
+            }
+            return;
+        }
+        myOffset = start + 1;
+        token.kind = Token::Kind::Piece;
+        token.text = "[";
+        token.inName = true;
+        token.error =
+            "The \"[\"" + at(token.position) + " has no closing \"]\" (write a \"]\" inside a name as two).";
+    }
+
+    void number(Token& token)
     {
         token.kind = Token::Kind::Number;
         const size_t start = myOffset;
@@ -204,17 +294,19 @@ private:
                     ++myOffset;
             }
         }
-        token.text = std::string(myText.substr(start, myOffset - start));
         const bool runsOn =
-            myOffset < myText.size() && isFieldNamePart(static_cast<unsigned char>(myText[myOffset]));
-        if (!digits || runsOn || token.text.size() > 400)
+            myOffset < myText.size() && isWordPart(static_cast<unsigned char>(myText[myOffset]));
+        if (!digits || runsOn || myOffset - start > 400)
         {
-            while (myOffset < myText.size() && isFieldNamePart(static_cast<unsigned char>(myText[myOffset])))
+            // "2nd" may begin a name ("2nd phone"); as a value it is a malformed number.
+            while (myOffset < myText.size() && isWordPart(static_cast<unsigned char>(myText[myOffset])))
                 ++myOffset;
-            return SyntaxError{"Malformed number " + quoteForMessage(myText.substr(start, myOffset - start)) +
-                               at(token.position) + "."};
+            token.kind = Token::Kind::Piece;
+            token.error = "Malformed number " + quoteForMessage(myText.substr(start, myOffset - start)) +
+                          at(token.position) + ".";
         }
-        return std::nullopt;
+        token.text = std::string(myText.substr(start, myOffset - start));
+        token.inName = token.text.find('.') == std::string::npos;
     }
 
     std::string_view myText;
@@ -224,12 +316,16 @@ private:
 class Parser
 {
 public:
-    explicit Parser(std::vector<Token> tokens) : myTokens(std::move(tokens)) {}
+    Parser(std::string_view text, std::vector<Token> tokens, const FieldCheck& isField)
+        : myText(text), myTokens(std::move(tokens)), myIsField(isField)
+    {
+    }
 
     std::variant<Query, SyntaxError> run()
     {
         Query query;
-        if (!atEnd() && !atOrderBy())
+        // A search that begins with a field called "Order by date" compares it.
+        if (!atEnd() && (!atOrderBy() || startsKnownComparison()))
         {
             query.condition = condition(0);
             if (myError)
@@ -245,30 +341,56 @@ public:
         if (!atEnd())
         {
             const Token& stray = current();
+            if (!stray.error.empty())
+                return SyntaxError{stray.error};
             if (stray.kind == Token::Kind::CloseParenthesis)
                 return SyntaxError{"Unmatched \")\"" + at(stray.position) + "."};
-            return SyntaxError{"Unexpected " + quoteForMessage(stray.text) + at(stray.position) +
+            return SyntaxError{"Unexpected " + describe(stray) + at(stray.position) +
                                ": expected AND, OR, ORDER BY or the end of the search."};
         }
         return query;
     }
 
 private:
-    const Token& current() const { return myTokens[myIndex]; }
-    const Token& peek(size_t ahead = 1) const
+    // A way to read a comparison's field name: up to the operator at `operatorIndex`.
+    struct Reading
     {
-        return myTokens[std::min(myIndex + ahead, myTokens.size() - 1)];
-    }
+        size_t operatorIndex = 0;
+        std::string name;
+        bool known = false; // names a field of the database
+    };
+
+    const Token& current() const { return myTokens[myIndex]; }
+    const Token& tokenAt(size_t index) const { return myTokens[std::min(index, myTokens.size() - 1)]; }
     bool atEnd() const { return current().kind == Token::Kind::End; }
-    bool isWord(const Token& token, std::string_view keyword) const
+    static bool isWord(const Token& token, std::string_view keyword)
     {
         return token.kind == Token::Kind::Word && equalsKeyword(token.text, keyword);
     }
-    bool atOrderBy() const { return isWord(current(), "ORDER") && isWord(peek(), "BY"); }
-    bool isOperatorAt(size_t ahead) const
+    bool atOrderBy() const { return isWord(current(), "ORDER") && isWord(tokenAt(myIndex + 1), "BY"); }
+    static bool isOperator(const Token& token)
     {
-        const Token& token = peek(ahead);
         return token.kind == Token::Kind::Symbol || isWord(token, "CONTAINS") || isWord(token, "BEGINSWITH");
+    }
+    static bool isValue(const Token& token)
+    {
+        return token.kind == Token::Kind::Text || token.kind == Token::Kind::Number ||
+               isWord(token, "TRUE") || isWord(token, "FALSE");
+    }
+    bool known(std::string_view name) const { return myIsField && myIsField(name); }
+
+    // The text of the tokens [first, last), blanks around it left out.
+    std::string_view textOf(size_t first, size_t last) const
+    {
+        const size_t from = myTokens[first].position - 1;
+        return trimmed(myText.substr(from, myTokens[last - 1].end - from));
+    }
+
+    static std::string describe(const Token& token)
+    {
+        if (token.kind == Token::Kind::End)
+            return "the end of the search";
+        return quoteForMessage(token.kind == Token::Kind::Bracket ? "[" + token.text + "]" : token.text);
     }
 
     std::unique_ptr<Node> fail(std::string message)
@@ -276,13 +398,6 @@ private:
         if (!myError)
             myError = SyntaxError{std::move(message)};
         return nullptr;
-    }
-
-    std::string describeCurrent() const
-    {
-        if (atEnd())
-            return "the end of the search";
-        return quoteForMessage(current().text);
     }
 
     static std::unique_ptr<Node> join(Node::Kind kind, std::unique_ptr<Node> left,
@@ -293,6 +408,82 @@ private:
         node->left = std::move(left);
         node->right = std::move(right);
         return node;
+    }
+
+    // The field name of a comparison that begins at token `first`: the name in brackets, or
+    // the text up to an operator that a value follows. Of several such operators, the longest
+    // reading that names a field wins, and without one the shortest.
+    std::optional<Reading> comparisonReading(size_t first) const
+    {
+        std::optional<Reading> shortest;
+        std::optional<Reading> longestKnown;
+        const Token& head = tokenAt(first);
+        if (head.kind == Token::Kind::Bracket && isOperator(tokenAt(first + 1)) &&
+            isValue(tokenAt(first + 2)))
+        {
+            const auto name = trimmed(head.text);
+            if (name.size() <= kMaximumFieldNameLength)
+            {
+                Reading reading{first + 1, std::string(name), known(name)};
+                if (reading.known)
+                    return reading;
+                shortest = std::move(reading);
+            }
+        }
+        for (size_t next = first + 1; next < myTokens.size() && myTokens[next - 1].inName; ++next)
+        {
+            const auto name = textOf(first, next);
+            if (name.size() > kMaximumFieldNameLength)
+                break;
+            if (!isOperator(myTokens[next]) || !isValue(tokenAt(next + 1)) || !isNameText(name))
+                continue;
+            Reading reading{next, std::string(name), known(name)};
+            if (reading.known)
+                longestKnown = reading;
+            if (!shortest)
+                shortest = std::move(reading);
+        }
+        return longestKnown ? longestKnown : shortest;
+    }
+
+    bool startsKnownComparison() const
+    {
+        const auto reading = comparisonReading(myIndex);
+        return reading && reading->known;
+    }
+
+    // Why no comparison begins at token `first`, as precisely as the tokens allow.
+    std::string notAComparison(size_t first) const
+    {
+        const Token& head = myTokens[first];
+        if (head.kind == Token::Kind::Symbol || (!head.inName && head.error.empty()))
+            return "Expected a field name" + at(head.position) + " but found " + describe(head) + ".";
+        size_t next = first;
+        for (; myTokens[next].inName; ++next)
+        {
+            const Token& token = myTokens[next];
+            if (!token.error.empty())
+                return token.error;
+            if (next > first && isOperator(token))
+            {
+                const Token& value = tokenAt(next + 1);
+                if (!value.error.empty())
+                    return value.error;
+                if (!isValue(value))
+                    return "Expected a value (a quoted text or a number)" + at(value.position) +
+                           " but found " + describe(value) + ".";
+                return "The field name " + quoteForMessage(textOf(first, next)) + at(head.position) +
+                       " is longer than " + std::to_string(kMaximumFieldNameLength) +
+                       " bytes or holds a character that field names cannot have.";
+            }
+            if (textOf(first, next + 1).size() > kMaximumFieldNameLength)
+                return "The field name that begins" + at(head.position) + " is longer than " +
+                       std::to_string(kMaximumFieldNameLength) + " bytes.";
+        }
+        if (!myTokens[next].error.empty())
+            return myTokens[next].error;
+        return "Expected a comparison operator after the field " + quoteForMessage(textOf(first, next)) +
+               at(myTokens[next].position) + " but found " + describe(myTokens[next]) + ".";
     }
 
     std::unique_ptr<Node> condition(size_t depth)
@@ -328,8 +519,9 @@ private:
         if (depth >= kMaximumDepth)
             return fail("The search is nested more than " + std::to_string(kMaximumDepth) + " levels deep" +
                         at(current().position) + ".");
-        // NOT followed by an operator is a field called NOT.
-        if (isWord(current(), "NOT") && !isOperatorAt(1))
+        // NOT followed by an operator is a field called NOT, and "Not before = '2020'" compares
+        // the field "Not before" where the database has one.
+        if (isWord(current(), "NOT") && !isOperator(tokenAt(myIndex + 1)) && !startsKnownComparison())
         {
             ++myIndex;
             auto operand = notTerm(depth + 1);
@@ -346,7 +538,7 @@ private:
                 return nullptr;
             if (current().kind != Token::Kind::CloseParenthesis)
                 return fail("Expected \")\" to close the \"(\"" + at(open) + " but found " +
-                            describeCurrent() + at(current().position) + ".");
+                            describe(current()) + at(current().position) + ".");
             ++myIndex;
             return inner;
         }
@@ -357,14 +549,13 @@ private:
     {
         if (++myConditions > kMaximumConditions)
             return fail("The search has more than " + std::to_string(kMaximumConditions) + " comparisons.");
-        const Token& field = current();
-        if (field.kind != Token::Kind::Word)
-            return fail("Expected a field name" + at(field.position) + " but found " + describeCurrent() +
-                        ".");
+        const auto reading = comparisonReading(myIndex);
+        if (!reading)
+            return fail(notAComparison(myIndex));
         auto node = std::make_unique<Node>();
-        node->field = field.text;
-        node->position = field.position;
-        ++myIndex;
+        node->field = reading->name;
+        node->position = current().position;
+        myIndex = reading->operatorIndex;
         const Token& op = current();
         if (op.kind == Token::Kind::Symbol)
         {
@@ -372,47 +563,81 @@ private:
                 {"=", Operator::Equal},          {"<>", Operator::NotEqual}, {"!=", Operator::NotEqual},
                 {"<", Operator::Less},           {">", Operator::Greater},   {"<=", Operator::LessOrEqual},
                 {">=", Operator::GreaterOrEqual}};
-            bool known = false;
+            bool knownSymbol = false;
             for (const auto& [text, value] : symbols)
                 if (op.text == text)
                 {
                     node->op = value;
-                    known = true;
+                    knownSymbol = true;
                 }
-            if (!known)
+            if (!knownSymbol)
                 return fail("Unknown operator " + quoteForMessage(op.text) + at(op.position) + ".");
         }
-        else if (isWord(op, "CONTAINS"))
-            node->op = Operator::Contains;
-        else if (isWord(op, "BEGINSWITH"))
-            node->op = Operator::BeginsWith;
         else
-            return fail("Expected a comparison operator after the field " + quoteForMessage(field.text) +
-                        at(op.position) + " but found " + describeCurrent() + ".");
+            node->op = isWord(op, "CONTAINS") ? Operator::Contains : Operator::BeginsWith;
         ++myIndex;
         const Token& value = current();
         if (value.kind == Token::Kind::Text)
             node->value = Literal{Literal::Kind::Text, value.text};
         else if (value.kind == Token::Kind::Number)
             node->value = Literal{Literal::Kind::Number, value.text};
-        else if (isWord(value, "TRUE") || isWord(value, "FALSE"))
-            node->value = Literal{Literal::Kind::Number, isWord(value, "TRUE") ? "1" : "0"};
         else
-            return fail("Expected a value (a quoted text or a number)" + at(value.position) + " but found " +
-                        describeCurrent() + ".");
+            node->value = Literal{Literal::Kind::Number, isWord(value, "TRUE") ? "1" : "0"};
         ++myIndex;
         return node;
+    }
+
+    // One ORDER BY item: the tokens [first, end). "Price DESC" orders by Price descending,
+    // unless only the field "Price Desc" exists; "[Price Desc]" always names that field.
+    void orderItem(size_t first, size_t end, OrderItem& item)
+    {
+        const Token& head = myTokens[first];
+        const Token& last = myTokens[end - 1];
+        const bool direction = end - first > 1 && (isWord(last, "ASC") || isWord(last, "DESC"));
+        const bool descending = direction && isWord(last, "DESC");
+        struct Candidate
+        {
+            std::string_view name;
+            bool descending;
+            bool bracketed;
+        };
+        std::vector<Candidate> candidates;
+        if (head.kind == Token::Kind::Bracket && (end - first == 1 || (end - first == 2 && direction)))
+            candidates.push_back({trimmed(head.text), descending, true});
+        if (direction)
+            candidates.push_back({textOf(first, end - 1), descending, false});
+        candidates.push_back({textOf(first, end), false, false});
+        const auto chosen = std::find_if(candidates.begin(), candidates.end(),
+                                         [&](const Candidate& c) { return known(c.name); });
+        const Candidate& reading = chosen != candidates.end() ? *chosen : candidates.front();
+        const bool valid =
+            reading.bracketed ? reading.name.size() <= kMaximumFieldNameLength : isNameText(reading.name);
+        if (!valid)
+        {
+            for (size_t i = first; i < end; ++i)
+                if (!myTokens[i].error.empty())
+                {
+                    fail(myTokens[i].error);
+                    return;
+                }
+            fail("The field name " + quoteForMessage(reading.name) + at(head.position) + " is longer than " +
+                 std::to_string(kMaximumFieldNameLength) +
+                 " bytes or holds a character that field names cannot have.");
+            return;
+        }
+        item = OrderItem{std::string(reading.name), reading.descending, head.position};
     }
 
     void orderList(std::vector<OrderItem>& order)
     {
         while (true)
         {
-            const Token& field = current();
-            if (field.kind != Token::Kind::Word)
+            const Token& head = current();
+            if (!head.inName)
             {
-                fail("Expected a field name after ORDER BY" + at(field.position) + " but found " +
-                     describeCurrent() + ".");
+                fail(head.error.empty() ? "Expected a field name after ORDER BY" + at(head.position) +
+                                              " but found " + describe(head) + "."
+                                        : head.error);
                 return;
             }
             if (order.size() == kMaximumOrderItems)
@@ -420,21 +645,24 @@ private:
                 fail("ORDER BY can name at most " + std::to_string(kMaximumOrderItems) + " fields.");
                 return;
             }
-            OrderItem item{field.text, false, field.position};
-            ++myIndex;
-            if (isWord(current(), "ASC") || isWord(current(), "DESC"))
-            {
-                item.descending = isWord(current(), "DESC");
-                ++myIndex;
-            }
+            size_t end = myIndex;
+            while (myTokens[end].inName)
+                ++end;
+            OrderItem item;
+            orderItem(myIndex, end, item);
+            if (myError)
+                return;
             order.push_back(std::move(item));
+            myIndex = end;
             if (current().kind != Token::Kind::Comma)
                 return;
             ++myIndex;
         }
     }
 
+    std::string_view myText;
     std::vector<Token> myTokens;
+    const FieldCheck& myIsField;
     size_t myIndex = 0;
     size_t myConditions = 0;
     std::optional<SyntaxError> myError;
@@ -454,7 +682,7 @@ void collectFields(const Node* node, std::vector<const std::string*>& fields)
 }
 } // namespace
 
-std::variant<Query, SyntaxError> parseSearch(std::string_view text)
+std::variant<Query, SyntaxError> parseSearch(std::string_view text, const FieldCheck& isField)
 {
     if (text.size() > kMaximumSearchLength)
         return SyntaxError{"The search is longer than " + std::to_string(kMaximumSearchLength) + " bytes."};
@@ -464,7 +692,7 @@ std::variant<Query, SyntaxError> parseSearch(std::string_view text)
     std::vector<Token> tokens;
     if (auto error = Lexer(text).run(tokens))
         return *error;
-    return Parser(std::move(tokens)).run();
+    return Parser(text, std::move(tokens), isField).run();
 }
 
 std::vector<const std::string*> fieldsOf(const Query& query)

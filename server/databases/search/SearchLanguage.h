@@ -10,8 +10,10 @@
 //   operator   := "=" | "<>" | "!=" | "<" | ">" | "<=" | ">=" | CONTAINS | BEGINSWITH
 //   value      := 'quoted text' | number | TRUE | FALSE
 //   orderItem  := field [ASC | DESC]
+//   field      := "[" name "]" | name as written, blanks and all (see parseSearch)
 #pragma once
 
+#include <functional>
 #include <memory>
 #include <string>
 #include <string_view>
@@ -26,6 +28,9 @@ constexpr size_t kMaximumSearchLength = 100000;
 constexpr size_t kMaximumDepth = 32;
 constexpr size_t kMaximumConditions = 256;
 constexpr size_t kMaximumOrderItems = 16;
+// Longer names in a search are refused: no store has them (a data source's column names end
+// at 255 bytes, the embedded store's field names at 64).
+constexpr size_t kMaximumFieldNameLength = 255;
 
 enum class Operator
 {
@@ -87,7 +92,16 @@ struct SyntaxError
     std::string message; // says what is wrong and where ("... at position 12")
 };
 
-std::variant<Query, SyntaxError> parseSearch(std::string_view text);
+// Whether a name is a field of the database searched (ignoring case and surrounding blanks).
+using FieldCheck = std::function<bool(std::string_view name)>;
+
+// A field name written without brackets runs up to the comparison operator that a value
+// follows, so "Contact Phone Number = '555'" (the form the module builds from a key field)
+// compares the field "Contact Phone Number". When a name could end at more than one such
+// operator, or where a name begins with NOT or ORDER BY or ends in ASC or DESC, `isField`
+// decides: the longest reading that names a field of the database wins, and otherwise the
+// keywords do and a name is as short as it can be.
+std::variant<Query, SyntaxError> parseSearch(std::string_view text, const FieldCheck& isField = {});
 
 // Every field name a query mentions, in order of appearance (for checking against a database).
 std::vector<const std::string*> fieldsOf(const Query& query);
