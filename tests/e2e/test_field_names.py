@@ -212,6 +212,12 @@ class FieldNamesTest(unittest.TestCase):
         self.assertEqual(self.rows(body), ["Émile|555-0102"])
         body = self.succeeded(self.get("search.html", db="Sheet", q="Location Coordinates CONTAINS ', 2.35'"))
         self.assertEqual(self.rows(body), ["Zoé|555-0101"])
+        # The editor's own search form posts each field by its name and searches with it.
+        body = self.editor({"kivEditDatabase_Action": "Search Now", "kivEditDatabase_Name": "Sheet",
+                            "Contact Phone Number": "555-0102"})
+        self.assertNotIn("kiv-error", body)
+        self.assertIn("Showing 1 - 1 of 1 results", body)
+        self.assertRegex(body, r"&nbsp;&Eacute;mile\s*</td>\s*<td[^>]*>\s*&nbsp;555-0102")
 
     def test_real_world_headers_import_and_a_header_that_cannot_be_a_name_is_named(self):
         self.write_export("realworld.csv", b"First Name,Last Name,Contact Phone Number,Location Coordinates,Zip Code\r\n"
