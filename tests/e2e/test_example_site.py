@@ -6,20 +6,16 @@ that say what to do (logged once), exports and imports that stay inside the expo
 imports with a byte-order mark or a NUL byte, long texts kept whole. Standard library only; run by ctest with
 --server, --module and --site."""
 
-import argparse
 import base64
-import http.client
 import os
 import re
 import shutil
-import signal
-import subprocess
-import sys
 import tempfile
-import threading
 import time
 import unittest
 import urllib.parse
+
+from site_server import parse_options, request, SiteServer, SiteTestCase
 
 OPTIONS = None
 
@@ -38,22 +34,12 @@ TEST_PAGES = {
 }
 
 
-def request(port, method, path, body=None, headers=None):
-    connection = http.client.HTTPConnection("127.0.0.1", port, timeout=30)
-    try:
-        connection.request(method, path, body=body, headers=headers or {})
-        response = connection.getresponse()
-        return response.status, response.headers, response.read().decode("latin-1")
-    finally:
-        connection.close()
-
-
 def read_bytes(path):
     with open(path, "rb") as file:
         return file.read()
 
 
-class ExampleSiteTest(unittest.TestCase):
+class ExampleSiteTest(SiteTestCase):
     @classmethod
     def setUpClass(cls):
         cls.base = tempfile.mkdtemp(prefix="kiv-example-")
@@ -64,40 +50,10 @@ class ExampleSiteTest(unittest.TestCase):
             os.makedirs(os.path.dirname(os.path.join(cls.site, name)), exist_ok=True)
             with open(os.path.join(cls.site, name), "w", encoding="latin-1") as out:
                 out.write(text)
-        cls.process = subprocess.Popen([OPTIONS.server, "serve", "--root", cls.site, "--module", OPTIONS.module,
-                                        "--port", "0", "--workers", "2"],
-                                       stdout=subprocess.DEVNULL, stderr=subprocess.PIPE)
-        cls.port, cls.password = None, None
-        deadline = time.time() + 120
-        while time.time() < deadline and cls.port is None:
-            line = cls.process.stderr.readline().decode(errors="replace")
-            if not line and cls.process.poll() is not None:
-                break
-            if match := re.search(r"the password (\S+)", line):
-                cls.password = match.group(1)
-            if match := re.search(r"listening on http://127\.0\.0\.1:(\d+)/", line):
-                cls.port = int(match.group(1))
-        if cls.port is None:
-            cls.process.kill()
-            raise RuntimeError("kiv-server did not start")
-        cls.log = []
-        cls.drain = threading.Thread(target=lambda: cls.log.extend(
-            line.decode("latin-1") for line in iter(cls.process.stderr.readline, b"")), daemon=True)
-        cls.drain.start()
+        cls.server = SiteServer(OPTIONS.server, OPTIONS.module, cls.site)
+        cls.port, cls.password, cls.log = cls.server.port, cls.server.password, cls.server.log
         # Taken before any test adds a record, so that it shows the sample data alone.
         cls.second_page = request(cls.port, "GET", "/people/?page=2")
-
-    @classmethod
-    def tearDownClass(cls):
-        cls.process.send_signal(signal.SIGTERM)
-        try:
-            cls.process.wait(timeout=40)
-        finally:
-            if cls.process.poll() is None:
-                cls.process.kill()
-            cls.drain.join(timeout=5)
-            cls.process.stderr.close()
-            shutil.rmtree(cls.base, ignore_errors=True)
 
     def editor(self, form):
         token = base64.b64encode(f"admin:{self.password}".encode()).decode()
@@ -298,12 +254,8 @@ class ExampleSiteTest(unittest.TestCase):
 
 def main():
     global OPTIONS
-    parser = argparse.ArgumentParser()
-    parser.add_argument("--server", required=True)
-    parser.add_argument("--module", required=True)
-    parser.add_argument("--site", required=True)
-    OPTIONS, rest = parser.parse_known_args()
-    unittest.main(argv=[sys.argv[0]] + rest, verbosity=2)
+    OPTIONS, argv = parse_options("server", "module", "site")
+    unittest.main(argv=argv, verbosity=2)
 
 
 if __name__ == "__main__":

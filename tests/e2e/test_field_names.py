@@ -6,20 +6,14 @@ brackets, list, export and import it; a spreadsheet's CSV file that becomes a ne
 through the editor; headers from the real world; and the field-name rule in the error box.
 Standard library only; run by ctest with --server and --module."""
 
-import argparse
 import base64
-import http.client
 import os
 import re
-import shutil
-import signal
-import subprocess
-import sys
 import tempfile
-import threading
-import time
 import unittest
 import urllib.parse
+
+from site_server import parse_options, request, SiteServer, SiteTestCase
 
 OPTIONS = None
 OUTCOME = "[&kivPageVariable(kivResult);|&kivPageVariable(kivError);]"
@@ -63,17 +57,7 @@ PAGES = {
 }
 
 
-def request(port, method, path, body=None, headers=None):
-    connection = http.client.HTTPConnection("127.0.0.1", port, timeout=30)
-    try:
-        connection.request(method, path, body=body, headers=headers or {})
-        response = connection.getresponse()
-        return response.status, response.read().decode("latin-1")
-    finally:
-        connection.close()
-
-
-class FieldNamesTest(unittest.TestCase):
+class FieldNamesTest(SiteTestCase):
     @classmethod
     def setUpClass(cls):
         cls.base = tempfile.mkdtemp(prefix="kiv-fieldnames-")
@@ -84,40 +68,12 @@ class FieldNamesTest(unittest.TestCase):
             os.makedirs(os.path.dirname(path), exist_ok=True)
             with open(path, "w", encoding="latin-1") as out:
                 out.write(text)
-        cls.process = subprocess.Popen([OPTIONS.server, "serve", "--root", cls.site, "--module", OPTIONS.module,
-                                        "--port", "0", "--workers", "2"],
-                                       stdout=subprocess.DEVNULL, stderr=subprocess.PIPE)
-        cls.port, cls.password = None, None
-        deadline = time.time() + 120
-        while time.time() < deadline and cls.port is None:
-            line = cls.process.stderr.readline().decode(errors="replace")
-            if not line and cls.process.poll() is not None:
-                break
-            if match := re.search(r"the password (\S+)", line):
-                cls.password = match.group(1)
-            if match := re.search(r"listening on http://127\.0\.0\.1:(\d+)/", line):
-                cls.port = int(match.group(1))
-        if cls.port is None:
-            cls.process.kill()
-            raise RuntimeError("kiv-server did not start")
-        cls.drain = threading.Thread(target=cls.process.stderr.read, daemon=True)
-        cls.drain.start()
+        cls.server = SiteServer(OPTIONS.server, OPTIONS.module, cls.site)
+        cls.port, cls.password = cls.server.port, cls.server.password
         os.makedirs(cls.exports, exist_ok=True)
 
-    @classmethod
-    def tearDownClass(cls):
-        cls.process.send_signal(signal.SIGTERM)
-        try:
-            cls.process.wait(timeout=40)
-        finally:
-            if cls.process.poll() is None:
-                cls.process.kill()
-            cls.drain.join(timeout=5)
-            cls.process.stderr.close()
-            shutil.rmtree(cls.base, ignore_errors=True)
-
     def get(self, page, **query):
-        status, body = request(self.port, "GET", "/" + page + "?" + urllib.parse.urlencode(query, encoding="latin-1"))
+        status, _, body = request(self.port, "GET", "/" + page + "?" + urllib.parse.urlencode(query, encoding="latin-1"))
         self.assertEqual(status, 200)
         return body
 
@@ -127,14 +83,14 @@ class FieldNamesTest(unittest.TestCase):
         return body
 
     def post(self, page, form):
-        status, body = request(self.port, "POST", "/" + page, body=urllib.parse.urlencode(form, encoding="latin-1"),
+        status, _, body = request(self.port, "POST", "/" + page, body=urllib.parse.urlencode(form, encoding="latin-1"),
                                headers={"Content-Type": "application/x-www-form-urlencoded"})
         self.assertEqual(status, 200)
         return body
 
     def editor(self, form):
         token = base64.b64encode(f"admin:{self.password}".encode()).decode()
-        status, body = request(self.port, "POST", "/manage/editor.html",
+        status, _, body = request(self.port, "POST", "/manage/editor.html",
                                body=urllib.parse.urlencode(form, encoding="latin-1"),
                                headers={"Authorization": "Basic " + token,
                                         "Origin": f"http://127.0.0.1:{self.port}",
@@ -252,11 +208,8 @@ class FieldNamesTest(unittest.TestCase):
 
 def main():
     global OPTIONS
-    parser = argparse.ArgumentParser()
-    parser.add_argument("--server", required=True)
-    parser.add_argument("--module", required=True)
-    OPTIONS, rest = parser.parse_known_args()
-    unittest.main(argv=[sys.argv[0]] + rest, verbosity=2)
+    OPTIONS, argv = parse_options("server", "module")
+    unittest.main(argv=argv, verbosity=2)
 
 
 if __name__ == "__main__":

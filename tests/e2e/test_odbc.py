@@ -4,19 +4,13 @@ Database Module, pages naming the SQLite ODBC driver's and psqlODBC's data sourc
 tests/odbc/odbc-fixture.sh set up (through ODBCSYSINI and ODBCINI). Standard library only;
 run by ctest with --server, --module and --fixture."""
 
-import argparse
-import http.client
 import os
 import re
-import shutil
-import signal
-import subprocess
-import sys
 import tempfile
-import threading
-import time
 import unittest
 import urllib.parse
+
+from site_server import parse_options, request as site_request, SiteServer, SiteTestCase
 
 OPTIONS = None
 SOURCES = {"sqlite": "KivSqlite", "pg": "KivPostgres"}
@@ -57,17 +51,12 @@ PAGES = {
 
 
 def request(port, method, path, body=None):
-    connection = http.client.HTTPConnection("127.0.0.1", port, timeout=60)
     headers = {"Content-Type": "application/x-www-form-urlencoded"} if body is not None else {}
-    try:
-        connection.request(method, path, body=body, headers=headers)
-        response = connection.getresponse()
-        return response.status, response.read().decode("latin-1")
-    finally:
-        connection.close()
+    status, _, text = site_request(port, method, path, body, headers)
+    return status, text
 
 
-class OdbcSiteTest(unittest.TestCase):
+class OdbcSiteTest(SiteTestCase):
     @classmethod
     def setUpClass(cls):
         fixture = OPTIONS.fixture
@@ -84,34 +73,8 @@ class OdbcSiteTest(unittest.TestCase):
                 with open(path, "w", encoding="latin-1") as out:
                     out.write(text.format(t=cls.table, odbc=odbc))
         env = dict(os.environ, ODBCSYSINI=fixture, ODBCINI=os.path.join(fixture, "odbc.ini"))
-        cls.process = subprocess.Popen([OPTIONS.server, "serve", "--root", cls.site, "--module", OPTIONS.module,
-                                        "--port", "0", "--workers", "2"],
-                                       stdout=subprocess.DEVNULL, stderr=subprocess.PIPE, env=env)
-        cls.port = None
-        deadline = time.time() + 120
-        while time.time() < deadline and cls.port is None:
-            line = cls.process.stderr.readline().decode(errors="replace")
-            if not line and cls.process.poll() is not None:
-                break
-            if match := re.search(r"listening on http://127\.0\.0\.1:(\d+)/", line):
-                cls.port = int(match.group(1))
-        if cls.port is None:
-            cls.process.kill()
-            raise RuntimeError("kiv-server did not start")
-        cls.drain = threading.Thread(target=cls.process.stderr.read, daemon=True)
-        cls.drain.start()
-
-    @classmethod
-    def tearDownClass(cls):
-        cls.process.send_signal(signal.SIGTERM)
-        try:
-            cls.process.wait(timeout=40)
-        finally:
-            if cls.process.poll() is None:
-                cls.process.kill()
-            cls.drain.join(timeout=5)
-            cls.process.stderr.close()
-            shutil.rmtree(cls.base, ignore_errors=True)
+        cls.server = SiteServer(OPTIONS.server, OPTIONS.module, cls.site, env=env)
+        cls.port = cls.server.port
 
     def get(self, folder, page_name, **query):
         status, body = request(self.port, "GET", "/%s/%s?%s" % (folder, page_name, urllib.parse.urlencode(query)))
@@ -209,12 +172,8 @@ class OdbcSiteTest(unittest.TestCase):
 
 def main():
     global OPTIONS
-    parser = argparse.ArgumentParser()
-    parser.add_argument("--server", required=True)
-    parser.add_argument("--module", required=True)
-    parser.add_argument("--fixture", required=True)
-    OPTIONS, rest = parser.parse_known_args()
-    unittest.main(argv=[sys.argv[0]] + rest, verbosity=2)
+    OPTIONS, argv = parse_options("server", "module", "fixture")
+    unittest.main(argv=argv, verbosity=2)
 
 
 if __name__ == "__main__":
