@@ -389,7 +389,8 @@ void Database::clearSearch()
 uint32_t Database::executeSearch(std::string_view text)
 {
     // The parser reads a bare name with blanks as the database names its fields.
-    auto parsed = search::parseSearch(text, [this](std::string_view name) { return fieldIndex(name).has_value(); });
+    auto parsed =
+        search::parseSearch(text, [this](std::string_view name) { return fieldIndex(name).has_value(); });
     if (auto* error = std::get_if<search::SyntaxError>(&parsed))
         return fail(kKivResult_ImproperFormat, error->message, "search: " + error->message);
     const auto& query = std::get<search::Query>(parsed);
@@ -639,7 +640,8 @@ uint32_t Database::createImportFields(const std::filesystem::path& source,
                         where + "the header " + quoteValue(header[i]) + " cannot become a field. " + why);
         for (const auto& other : newFields)
             if (compareFolded(other.name, name) == 0)
-                return fail(result::kImportFailed, where + "the field " + name + " is named twice (also in column " +
+                return fail(result::kImportFailed, where + "the field " + name +
+                                                       " is named twice (also in column " +
                                                        std::to_string(other.column + 1) + ").");
         newFields.push_back({i, name});
     }
@@ -675,9 +677,9 @@ uint32_t Database::createImportFields(const std::filesystem::path& source,
         {
             const std::string reason = myMessage;
             removeFields(created);
-            return fail(result::kImportFailed,
-                        "Row 1, column " + std::to_string(field.column + 1) + ": the field " + field.name +
-                            " cannot be created: " + reason);
+            return fail(result::kImportFailed, "Row 1, column " + std::to_string(field.column + 1) +
+                                                   ": the field " + field.name +
+                                                   " cannot be created: " + reason);
         }
         created.push_back(field.name);
     }

@@ -322,7 +322,8 @@ TEST_F(ImportNewFieldsTest, AFailedImportLeavesNoFieldsBehind)
     writeFile(folder.exports() / "in.csv", "Name,\r\na,b\r\n");
     EXPECT_EQ(db.importRecords("in.csv", count), result::kImportFailed);
     EXPECT_EQ(db.message(), "Row 1, column 2: the header \"\" cannot become a field. A field name cannot be "
-                            "empty. " + std::string(kFieldNameRule));
+                            "empty. " +
+                                std::string(kFieldNameRule));
     EXPECT_EQ(recordCount(db), 0u);
 
     // Still a database without fields of its own: a good file imports.

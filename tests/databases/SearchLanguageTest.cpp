@@ -52,7 +52,10 @@ std::string errorOf(const std::string& text)
 std::string readingOf(const std::string& text, const std::vector<std::string>& fields = {})
 {
     const auto isField = [&](std::string_view name)
-    { return std::any_of(fields.begin(), fields.end(), [&](const auto& f) { return compareFolded(f, name) == 0; }); };
+    {
+        return std::any_of(fields.begin(), fields.end(),
+                           [&](const auto& f) { return compareFolded(f, name) == 0; });
+    };
     auto parsed = fields.empty() ? parseSearch(text) : parseSearch(text, isField);
     if (auto* error = std::get_if<SyntaxError>(&parsed))
         return "error: " + error->message;
@@ -179,8 +182,9 @@ TEST(SearchParser, BracketsHoldAnyNameAndDoubleAClosingBracket)
     EXPECT_EQ(errorOf("Name = [x]"),
               "Expected a value (a quoted text or a number) at position 8 but found \"[x]\".");
     // Double quotes are neither a text nor a name, and the message says which to write.
-    const std::string hint = " A text is written in single quotes, 'Paris', and a field name with blanks may be "
-                             "written in brackets, [Date of birth].";
+    const std::string hint =
+        " A text is written in single quotes, 'Paris', and a field name with blanks may be "
+        "written in brackets, [Date of birth].";
     EXPECT_EQ(errorOf("City = \"Paris\""), "Unexpected character \"?\" at position 8." + hint);
     EXPECT_EQ(errorOf("\"Date of birth\" = '1990'"), "Unexpected character \"?\" at position 1." + hint);
 }
@@ -192,11 +196,16 @@ TEST(SearchParser, TheDatabaseDecidesBetweenReadingsOfANameWithoutBrackets)
     EXPECT_EQ(readingOf("Children < 18 = 'yes'", fields), "Children < 18");
     EXPECT_EQ(readingOf("Children < 18 AND Children < 18 = 'yes'", fields), "Children | Children < 18");
     EXPECT_EQ(readingOf("Not before = '2020' AND NOT Active = 1", fields), "Not before | Active");
-    EXPECT_EQ(shapeOf("Not before = '2020' AND NOT Active = 1"), "(NOT before AND NOT Active)"); // no database
+    EXPECT_EQ(shapeOf("Not before = '2020' AND NOT Active = 1"),
+              "(NOT before AND NOT Active)"); // no database
     EXPECT_EQ(readingOf("Order by date = '2020' ORDER BY Price DESC", fields), "Order by date / Price DESC");
     EXPECT_EQ(readingOf("ORDER BY Price Desc, PRICE DESC DESC, [Price Desc]", fields),
               " / Price DESC / PRICE DESC DESC / Price Desc");
     EXPECT_EQ(readingOf("ORDER BY Price Desc", {"Price Desc"}), " / Price Desc");
+    // A doubled operator after a field's name is a mistake, not a longer name.
+    EXPECT_EQ(readingOf("Price == 1", fields),
+              "error: Expected a value (a quoted text or a number) at position 8 but found \"=\".");
+    EXPECT_EQ(readingOf("Price == 1"), "Price =");
     // Without the database, the shortest name is read and the rest does not parse.
     EXPECT_EQ(errorOf("Children < 18 = 'yes'"),
               "Unexpected \"=\" at position 15: expected AND, OR, ORDER BY or the end of the search.");
@@ -207,16 +216,19 @@ TEST(SearchParser, NamesThatCannotBeReadSayWhy)
     EXPECT_EQ(errorOf("Date of birth '1990'"),
               "Expected a comparison operator after the field \"Date of birth\" at position 15 but found "
               "\"1990\".");
-    EXPECT_EQ(errorOf("First\tName = 'x'"), "The field name \"First?Name\" at position 1 is longer than 255 bytes "
-                                           "or holds a character that field names cannot have.");
+    EXPECT_EQ(errorOf("First\tName = 'x'"),
+              "The field name \"First?Name\" at position 1 is longer than 255 bytes "
+              "or holds a character that field names cannot have.");
     EXPECT_EQ(errorOf(std::string(256, 'n') + " = 1"),
               "The field name that begins at position 1 is longer than 255 bytes.");
     EXPECT_EQ(readingOf(std::string(255, 'n') + " = 1"), std::string(255, 'n'));
     EXPECT_EQ(errorOf("Name = 'a' ORDER BY Name;"), "Unexpected character \";\" at position 25.");
-    EXPECT_EQ(errorOf("ORDER BY First\tName"), "The field name \"First?Name\" at position 10 is longer than 255 "
-                                               "bytes or holds a character that field names cannot have.");
+    EXPECT_EQ(errorOf("ORDER BY First\tName"),
+              "The field name \"First?Name\" at position 10 is longer than 255 "
+              "bytes or holds a character that field names cannot have.");
     EXPECT_EQ(errorOf("Q#A"), "Unexpected character \"#\" at position 2.");
-    EXPECT_EQ(errorOf("Size [cm"), "The \"[\" at position 6 has no closing \"]\" (write a \"]\" inside a name as two).");
+    EXPECT_EQ(errorOf("Size [cm"),
+              "The \"[\" at position 6 has no closing \"]\" (write a \"]\" inside a name as two).");
 }
 
 TEST(SearchParser, HostileSizesAreRefusedByLimits)

@@ -99,8 +99,8 @@ uint32_t resolveImportHeader(const std::vector<std::string>& header, const Field
         const std::string where = "Row 1, column " + std::to_string(column + 1) + ": ";
         if (!index)
         {
-            message = where + "the header " + quoteValue(header[column]) + " names no field of the database " +
-                      databaseName + ".";
+            message = where + "the header " + quoteValue(header[column]) +
+                      " names no field of the database " + databaseName + ".";
             return result::kImportFailed;
         }
         if (const auto earlier = std::find(columns.begin(), columns.end(), *index); earlier != columns.end())

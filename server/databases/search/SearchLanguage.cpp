@@ -486,6 +486,26 @@ private:
                at(myTokens[next].position) + " but found " + describe(myTokens[next]) + ".";
     }
 
+    // "Name == 'x'" reads as the field "Name =", which no database has; where the text before
+    // the first operator names a field, the mistake is more likely what follows that operator.
+    std::optional<std::string> misreadField(size_t first, const Reading& reading) const
+    {
+        if (reading.known || !myIsField)
+            return std::nullopt;
+        for (size_t op = first + 1; op < reading.operatorIndex; ++op)
+        {
+            if (!isOperator(myTokens[op]))
+                continue;
+            if (!known(textOf(first, op)))
+                return std::nullopt;
+            const Token& value = myTokens[op + 1];
+            return value.error.empty() ? "Expected a value (a quoted text or a number)" + at(value.position) +
+                                             " but found " + describe(value) + "."
+                                       : value.error;
+        }
+        return std::nullopt;
+    }
+
     std::unique_ptr<Node> condition(size_t depth)
     {
         auto left = andTerm(depth);
@@ -552,6 +572,8 @@ private:
         const auto reading = comparisonReading(myIndex);
         if (!reading)
             return fail(notAComparison(myIndex));
+        if (const auto typo = misreadField(myIndex, *reading))
+            return fail(*typo);
         auto node = std::make_unique<Node>();
         node->field = reading->name;
         node->position = current().position;
