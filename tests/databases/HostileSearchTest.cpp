@@ -5,6 +5,7 @@
 
 #include <sqlite3.h>
 
+#include <chrono>
 #include <fstream>
 
 namespace kiv::db::testing
@@ -139,6 +140,30 @@ TEST_F(HostileSearchTest, InjectionPayloadsAreOrdinaryValues)
     // A column number is no SQL here: "1" could only be the name of a field, and there is none.
     EXPECT_EQ(db.executeSearch("Name = 'a' ORDER BY 1"), kKivResult_NotFound);
     EXPECT_EQ(db.message(), "1");
+}
+
+TEST_F(HostileSearchTest, LongRunsOfWhatNamesMayHoldAreReadOnce)
+{
+    // Names may hold blanks and punctuation, so the parser looks ahead for an operator; these
+    // inputs of the largest size would take minutes if any of that looking were repeated.
+    std::string words;
+    while (words.size() < 99990)
+        words += "ab ";
+    std::string pairs = "[";
+    while (pairs.size() < 99990)
+        pairs += "]]";
+    const std::vector<std::string> inputs = {std::string(99999, '['),
+                                             std::string(99999, '#'),
+                                             words + "= 1",
+                                             "ORDER BY " + words,
+                                             pairs,
+                                             "Name = 'a' OR " + words + "< 2",
+                                             std::string(99999, '<'),
+                                             "[x" + std::string(99990, '[')};
+    const auto start = std::chrono::steady_clock::now();
+    for (const auto& text : inputs)
+        expectHarmless(text);
+    EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(5)); // availability, not speed
 }
 
 TEST_F(HostileSearchTest, AllowedLimitsStillAnswerCorrectly)

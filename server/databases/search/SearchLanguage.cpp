@@ -37,7 +37,18 @@ struct Token
     size_t position = 0; // 1-based byte position of its first byte
     size_t end = 0;      // offset just past it
     bool inName = false; // may be part of a field name written without brackets
-    std::string error;   // a piece: why it cannot stand where a name does not go on
+    // A piece: why it cannot stand where a name does not go on (the message is made only when
+    // it is reported, so that a long run of odd bytes costs no allocations).
+    enum class Problem
+    {
+        None,
+        UnexpectedCharacter,
+        LoneExclamationMark,
+        MalformedNumber,
+        UnclosedBracket,
+        EmptyBrackets
+    };
+    Problem problem = Problem::None;
 };
 
 bool isDigit(char c)
@@ -108,6 +119,37 @@ bool equalsKeyword(std::string_view word, std::string_view keyword)
             return false;
     }
     return true;
+}
+
+bool hasProblem(const Token& token)
+{
+    return token.problem != Token::Problem::None;
+}
+
+std::string problemOf(const Token& token)
+{
+    switch (token.problem)
+    {
+    case Token::Problem::None:
+        break;
+    case Token::Problem::UnexpectedCharacter:
+        if (token.text == "\"")
+            return "Unexpected character " + quoteForMessage(token.text) + at(token.position) +
+                   ". A text is written in single quotes, 'Paris', and a field name with blanks may be "
+                   "written "
+                   "in brackets, [Date of birth].";
+        return "Unexpected character " + quoteForMessage(token.text) + at(token.position) + ".";
+    case Token::Problem::LoneExclamationMark:
+        return "Unexpected \"!\"" + at(token.position) + "; use != for not equal.";
+    case Token::Problem::MalformedNumber:
+        return "Malformed number " + quoteForMessage(token.text) + at(token.position) + ".";
+    case Token::Problem::UnclosedBracket:
+        return "The \"[\"" + at(token.position) +
+               " has no closing \"]\" (write a \"]\" inside a name as two).";
+    case Token::Problem::EmptyBrackets:
+        return "The brackets" + at(token.position) + " hold no field name.";
+    }
+    return {};
 }
 
 class Lexer
@@ -190,16 +232,13 @@ private:
             if (token.text == "!")
             {
                 token.kind = Token::Kind::Piece;
-                token.error = "Unexpected \"!\"" + at(token.position) + "; use != for not equal.";
+                token.problem = Token::Problem::LoneExclamationMark;
             }
             return std::nullopt;
         default:
             token.kind = Token::Kind::Piece;
             token.inName = isFieldNameByte(byte);
-            token.error = "Unexpected character " + quoteForMessage(token.text) + at(token.position) + ".";
-            if (c == '"')
-                token.error += " A text is written in single quotes, 'Paris', and a field name with blanks "
-                               "may be written in brackets, [Date of birth].";
+            token.problem = Token::Problem::UnexpectedCharacter;
             return std::nullopt;
         }
     }
@@ -235,7 +274,9 @@ private:
     {
         const size_t start = myOffset++;
         std::string name;
-        while (myOffset < myText.size() && myText[myOffset] != '\'')
+        // A "[" before the point where an earlier one found no "]" finds none either (it sees
+        // the same runs of "]"): not scanning again keeps "[[[[..." linear.
+        while (start >= myNoClosingBracketBefore && myOffset < myText.size() && myText[myOffset] != '\'')
         {
             const char c = myText[myOffset++];
             if (c != ']')
@@ -256,16 +297,16 @@ private:
             {
                 token.kind = Token::Kind::Piece;
                 token.inName = false;
-                token.error = "The brackets" + at(token.position) + " hold no field name.";
+                token.problem = Token::Problem::EmptyBrackets;
             }
             return;
         }
+        myNoClosingBracketBefore = std::max(myNoClosingBracketBefore, myOffset);
         myOffset = start + 1;
         token.kind = Token::Kind::Piece;
         token.text = "[";
         token.inName = true;
-        token.error =
-            "The \"[\"" + at(token.position) + " has no closing \"]\" (write a \"]\" inside a name as two).";
+        token.problem = Token::Problem::UnclosedBracket;
     }
 
     void number(Token& token)
@@ -302,8 +343,7 @@ private:
             while (myOffset < myText.size() && isWordPart(static_cast<unsigned char>(myText[myOffset])))
                 ++myOffset;
             token.kind = Token::Kind::Piece;
-            token.error = "Malformed number " + quoteForMessage(myText.substr(start, myOffset - start)) +
-                          at(token.position) + ".";
+            token.problem = Token::Problem::MalformedNumber;
         }
         token.text = std::string(myText.substr(start, myOffset - start));
         token.inName = token.text.find('.') == std::string::npos;
@@ -311,6 +351,7 @@ private:
 
     std::string_view myText;
     size_t myOffset = 0;
+    size_t myNoClosingBracketBefore = 0;
 };
 
 class Parser
@@ -341,8 +382,8 @@ public:
         if (!atEnd())
         {
             const Token& stray = current();
-            if (!stray.error.empty())
-                return SyntaxError{stray.error};
+            if (hasProblem(stray))
+                return SyntaxError{problemOf(stray)};
             if (stray.kind == Token::Kind::CloseParenthesis)
                 return SyntaxError{"Unmatched \")\"" + at(stray.position) + "."};
             return SyntaxError{"Unexpected " + describe(stray) + at(stray.position) +
@@ -456,19 +497,19 @@ private:
     std::string notAComparison(size_t first) const
     {
         const Token& head = myTokens[first];
-        if (head.kind == Token::Kind::Symbol || (!head.inName && head.error.empty()))
+        if (head.kind == Token::Kind::Symbol || (!head.inName && !hasProblem(head)))
             return "Expected a field name" + at(head.position) + " but found " + describe(head) + ".";
         size_t next = first;
         for (; myTokens[next].inName; ++next)
         {
             const Token& token = myTokens[next];
-            if (!token.error.empty())
-                return token.error;
+            if (hasProblem(token))
+                return problemOf(token);
             if (next > first && isOperator(token))
             {
                 const Token& value = tokenAt(next + 1);
-                if (!value.error.empty())
-                    return value.error;
+                if (hasProblem(value))
+                    return problemOf(value);
                 if (!isValue(value))
                     return "Expected a value (a quoted text or a number)" + at(value.position) +
                            " but found " + describe(value) + ".";
@@ -480,8 +521,8 @@ private:
                 return "The field name that begins" + at(head.position) + " is longer than " +
                        std::to_string(kMaximumFieldNameLength) + " bytes.";
         }
-        if (!myTokens[next].error.empty())
-            return myTokens[next].error;
+        if (hasProblem(myTokens[next]))
+            return problemOf(myTokens[next]);
         return "Expected a comparison operator after the field " + quoteForMessage(textOf(first, next)) +
                at(myTokens[next].position) + " but found " + describe(myTokens[next]) + ".";
     }
@@ -499,9 +540,9 @@ private:
             if (!known(textOf(first, op)))
                 return std::nullopt;
             const Token& value = myTokens[op + 1];
-            return value.error.empty() ? "Expected a value (a quoted text or a number)" + at(value.position) +
-                                             " but found " + describe(value) + "."
-                                       : value.error;
+            return hasProblem(value) ? problemOf(value)
+                                     : "Expected a value (a quoted text or a number)" + at(value.position) +
+                                           " but found " + describe(value) + ".";
         }
         return std::nullopt;
     }
@@ -637,9 +678,9 @@ private:
         if (!valid)
         {
             for (size_t i = first; i < end; ++i)
-                if (!myTokens[i].error.empty())
+                if (hasProblem(myTokens[i]))
                 {
-                    fail(myTokens[i].error);
+                    fail(problemOf(myTokens[i]));
                     return;
                 }
             fail("The field name " + quoteForMessage(reading.name) + at(head.position) + " is longer than " +
@@ -657,9 +698,9 @@ private:
             const Token& head = current();
             if (!head.inName)
             {
-                fail(head.error.empty() ? "Expected a field name after ORDER BY" + at(head.position) +
-                                              " but found " + describe(head) + "."
-                                        : head.error);
+                fail(hasProblem(head) ? problemOf(head)
+                                      : "Expected a field name after ORDER BY" + at(head.position) +
+                                            " but found " + describe(head) + ".");
                 return;
             }
             if (order.size() == kMaximumOrderItems)
