@@ -59,7 +59,9 @@ def password_hash(server):
 class Site:
     """A scratch site, its data folder and a configuration: a copy of the example site with the
     test pages, or only the given pages. extra_server and extra_limits are TOML lines for
-    [server] and [limits]; listeners, [[listen]] tables."""
+    [server] and [limits]; listeners, [[listen]] tables. The region writes without a rate
+    limit: these tests put their own load on the server (tests/e2e/test_security.py tests the
+    limit)."""
 
     def __init__(self, server, module, workers=2, threads=4, extra_limits="", pages=None, extra_server="",
                  listeners=""):
@@ -102,6 +104,7 @@ name = "main"
 root = "{self.root}"
 data = "{self.data}"
 protected = ["/manage/"]
+public_write_rate = 0
 [region.users]
 admin = "{password_hash(server)}"
 """)
@@ -191,6 +194,18 @@ def get(port, path, headers=None, timeout=60):
     connection = http.client.HTTPConnection("127.0.0.1", port, timeout=timeout)
     try:
         connection.request("GET", path, headers=headers or {})
+        response = connection.getresponse()
+        return response.status, response.read().decode("latin-1")
+    finally:
+        connection.close()
+
+
+def post(port, path, form=None, headers=None, timeout=60):
+    """A form post (pages that write run only for POST); the query of path stays path arguments."""
+    connection = http.client.HTTPConnection("127.0.0.1", port, timeout=timeout)
+    try:
+        connection.request("POST", path, body=urllib.parse.urlencode(form or {}),
+                           headers=dict({"Content-Type": "application/x-www-form-urlencoded"}, **(headers or {})))
         response = connection.getresponse()
         return response.status, response.read().decode("latin-1")
     finally:
