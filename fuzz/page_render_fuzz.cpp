@@ -83,8 +83,10 @@ struct Region
         config.modulesConfigured = true;
         config.regions.push_back(kiv::makeDefaultRegion(base / "site", base / "site-data"));
         // The query and the form carry markup, which the public-page guard would refuse before
-        // any writing tag runs; the guard has tests of its own, the tags are fuzzed here.
-        config.regions.front().refuseMarkup = false;
+        // any writing tag runs, and the fuzzer is one client writing thousands of times a
+        // minute; the guard and the rate have tests of their own, the tags are fuzzed here.
+        config.regions.front().policy.refuseMarkup = false;
+        config.regions.front().policy.publicWritesPerMinute = 0;
         registry = std::make_unique<kiv::ModuleRegistry>();
         registry->load(KIV_DATABASE_MODULE_FILE);
         kiv::importSampleData(config.regions.front());
@@ -98,8 +100,8 @@ struct Region
         initialEntries = dataFolderEntries();
     }
 
-    // A visitor's request (GET or POST, with kQuery and kForm), or the harness's own GET
-    // without arguments.
+    // A visitor's request (GET or POST, with kQuery and kForm), or the harness's own POST
+    // without arguments (its pages write, which a GET may not).
     enum class Request
     {
         VisitorGet,
@@ -109,7 +111,7 @@ struct Region
 
     kiv::HttpResponse render(std::string_view page, Request kind)
     {
-        const bool post = kind == Request::VisitorPost;
+        const bool post = kind != Request::VisitorGet;
         const fs::path file = base / "site" / "fuzz.html";
         {
             std::ofstream out(file, std::ios::binary | std::ios::trunc);
@@ -122,7 +124,7 @@ struct Region
         request.target = request.path + (request.queryString.empty() ? "" : "?" + request.queryString);
         request.remoteAddress = "127.0.0.1";
         request.headers = {{"Host", "127.0.0.1"}};
-        if (post)
+        if (kind == Request::VisitorPost)
         {
             request.body = kForm;
             request.headers.emplace_back("Content-Type", "application/x-www-form-urlencoded");

@@ -4,6 +4,7 @@
 #include "KivModuleInterface.h"
 #include "ServiceCodes.h"
 #include "abi/Slots.h"
+#include "common/Text.h"
 
 #include <cstring>
 #include <new>
@@ -268,7 +269,10 @@ uint32_t DatabaseSlots::getValue(db::Database& database, void* a4, void* a5, voi
     switch (kind)
     {
     case kKivValueKind_Text:
-        return writeText(a6, a7, db::valueAsText(*field, *value), kBadSlot);
+    {
+        const std::string text = db::valueAsText(*field, *value);
+        return writeText(a6, a7, myValueText == ValueText::HtmlEncoded ? htmlEncode(text) : text, kBadSlot);
+    }
     case kKivValueKind_UInt32:
     case kKivValueKind_Int32:
     {

@@ -12,6 +12,14 @@
 namespace kiv::abi
 {
 
+// How text values are answered to the module: as stored, or HTML-encoded for a tag that puts
+// them into a page. The length the module is told after 'MBtS' is that of the text it gets.
+enum class ValueText
+{
+    AsStored,
+    HtmlEncoded
+};
+
 class DatabaseSlots
 {
 public:
@@ -20,6 +28,8 @@ public:
     // Whether the module's opens of names that do not exist create them: the dispatcher sets
     // this for each tag.
     void setOpenIntent(db::OpenIntent intent) { myIntent = intent; }
+    // How the text values of this tag are answered: the dispatcher sets this for each tag.
+    void setValueText(ValueText form) { myValueText = form; }
 
     // One call of the database callback: selector and the six argument slots a3..a8. Nothing
     // escapes into the module: every failure becomes a result code.
@@ -37,6 +47,7 @@ private:
 
     db::DatabaseService& myService;
     db::OpenIntent myIntent = db::OpenIntent::MustExist;
+    ValueText myValueText = ValueText::AsStored;
 };
 
 } // namespace kiv::abi

@@ -114,9 +114,8 @@ void AdminPage::handle(RequestContext& request, HttpResponse& response)
 
     std::string html =
         "<!DOCTYPE html>\n<html><head><meta charset=\"ISO-8859-1\"><title>kiv-server administration</title>\n"
-        "<style>body{font-family:sans-serif;margin:2em;max-width:60em}th{text-align:left;padding-right:1em}"
-        "section.module{border-top:1px solid #999;margin-top:1.5em}.notice{background:#e7f6e7;padding:0.5em}"
-        "</style></head><body>\n<h1>kiv-server administration</h1>\n<p>Region <strong>" +
+        "<link rel=\"stylesheet\" href=\"/kiv-assets/admin.css\"></head><body>\n"
+        "<h1>kiv-server administration</h1>\n<p>Region <strong>" +
         htmlEncode(request.region.region.name) + "</strong>, site " +
         htmlEncode(request.region.region.siteRoot.string()) + "</p>\n" + notice;
     if (modules.empty())

@@ -90,6 +90,23 @@ std::vector<UserAccount> readUsers(const toml::table& table)
     return users;
 }
 
+// The keys of kRegionPolicyKeys.
+void readRegionPolicy(const toml::table& table, const std::string& regionName, RegionPolicy& policy)
+{
+    policy.encodeFields = readBool(table, "encode_fields", policy.encodeFields);
+    policy.contentSecurityPolicy = readString(table, "content_security_policy", policy.contentSecurityPolicy);
+    for (const char c : policy.contentSecurityPolicy)
+        if (static_cast<unsigned char>(c) < 0x20 || c == 0x7F)
+            throw ConfigError("region '" + regionName +
+                              "': 'content_security_policy' holds a control character");
+    policy.writesNeedPost = readBool(table, "writes_need_post", policy.writesNeedPost);
+    policy.publicWritesPerMinute =
+        readNumber(table, "public_write_rate", policy.publicWritesPerMinute, 0, 1000000);
+    policy.refuseMarkup = readBool(table, "refuse_markup", !policy.encodeFields);
+    policy.refuseMarkupTags = readStrings(table, "refuse_markup_tags", policy.refuseMarkupTags);
+    policy.directoryListing = readBool(table, "directory_listing", policy.directoryListing);
+}
+
 RegionConfig readRegion(const toml::table& table, const fs::path& base, size_t index)
 {
     RegionConfig region;
@@ -117,10 +134,8 @@ RegionConfig readRegion(const toml::table& table, const fs::path& base, size_t i
     region.indexFiles = readStrings(table, "index_files", region.indexFiles);
     region.pageCharset = readString(table, "charset", region.pageCharset);
     region.showErrors = readBool(table, "show_errors", region.showErrors);
-    region.directoryListing = readBool(table, "directory_listing", region.directoryListing);
     region.protectedPaths = readStrings(table, "protected", {});
-    region.refuseMarkup = readBool(table, "refuse_markup", region.refuseMarkup);
-    region.refuseMarkupTags = readStrings(table, "refuse_markup_tags", region.refuseMarkupTags);
+    readRegionPolicy(table, region.name, region.policy);
     for (const auto& prefix : region.protectedPaths)
         if (prefix.empty() || prefix[0] != '/')
             throw ConfigError("region '" + region.name + "': protected path '" + prefix +

@@ -3,6 +3,8 @@
 // serves a single default region built from the command line.
 #pragma once
 
+#include "config/RegionPolicy.h"
+
 #include <cstddef>
 #include <cstdint>
 #include <filesystem>
@@ -32,16 +34,12 @@ struct RegionConfig
     std::vector<std::string> pageExtensions{".html", ".htm"};
     std::vector<std::string> indexFiles{"index.html", "index.htm"};
     std::string pageCharset = "ISO-8859-1";
-    bool showErrors = true;       // false: tag errors go to the log only
-    bool directoryListing = true; // folders without an index file are listed
+    bool showErrors = true; // false: tag errors go to the log only
     std::vector<UserAccount> users;
     std::filesystem::path usersFile; // optional extra accounts ("name = hash" lines)
+    // URL prefixes that need a login; whatever URL reaches a file below one is protected too.
     std::vector<std::string> protectedPaths;
-    // Pages show database text as it was stored, so a public page that stores what visitors
-    // send would let them plant scripts. On pages outside the protected paths, a request
-    // whose form or query values contain '<' or '>' is refused before any of these tags runs.
-    bool refuseMarkup = true;
-    std::vector<std::string> refuseMarkupTags{"kivModifyDatabase"};
+    RegionPolicy policy;
 };
 
 // Every limit applies per worker process: each worker counts its own connections, queue and

@@ -1,9 +1,11 @@
-// What the host keeps for each region while it runs: its preferences and its accounts.
+// What the host keeps for each region while it runs: its preferences, its accounts and how
+// fast each client has been writing from its public pages.
 #pragma once
 
 #include "config/ServerConfig.h"
 #include "region/PreferenceStore.h"
 #include "region/UserDirectory.h"
+#include "region/WriteRateLimiter.h"
 
 #include <memory>
 #include <vector>
@@ -14,12 +16,14 @@ namespace kiv
 struct RegionState
 {
     explicit RegionState(const RegionConfig& config)
-        : region(config), preferences(config.dataFolder / "kiv-preferences.txt"), users(config)
+        : region(config), preferences(config.dataFolder / "kiv-preferences.txt"), users(config),
+          publicWrites(config.policy.publicWritesPerMinute)
     {
     }
     const RegionConfig& region;
     PreferenceStore preferences;
     UserDirectory users;
+    WriteRateLimiter publicWrites;
 };
 
 // One state per configured region, in the same order.

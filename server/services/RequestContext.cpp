@@ -1,7 +1,6 @@
 // Per-request state for the host services.
 #include "services/RequestContext.h"
 
-#include "abi/DatabaseSlots.h"
 #include "http/Forms.h"
 #include "logging/Log.h"
 
@@ -108,6 +107,7 @@ abi::DatabaseSlots& RequestContext::databaseSlots()
     if (!myDatabaseSlots)
         myDatabaseSlots = std::make_unique<abi::DatabaseSlots>(databaseService());
     myDatabaseSlots->setOpenIntent(openIntent);
+    myDatabaseSlots->setValueText(valueText);
     return *myDatabaseSlots;
 }
 

@@ -4,6 +4,7 @@
 // database callbacks reach it through the connection handle of the module call.
 #pragma once
 
+#include "abi/DatabaseSlots.h"
 #include "common/Text.h"
 #include "config/ServerConfig.h"
 #include "http/HttpMessage.h"
@@ -15,11 +16,6 @@
 #include <memory>
 #include <optional>
 #include <string>
-
-namespace kiv::abi
-{
-class DatabaseSlots;
-}
 
 namespace kiv
 {
@@ -56,10 +52,16 @@ public:
 
     TagInvocation currentTag;
     bool inTag = false;
+    // The page lies in a login area (the site checked the login and the post's origin).
+    bool protectedArea = false;
     // Set for public pages when the region refuses markup in visitors' values; a refused
     // tag does not run, and the page is answered with 400 instead.
     bool guardMarkup = false;
     bool refusedMarkup = false;
+    // A public page's first write took the client's write allowance; once the allowance is
+    // spent no tag runs, and the page is answered with 429 and this Retry-After instead.
+    bool writeAdmitted = false;
+    int writeRetryAfterSeconds = 0;
     ResponseSettings response;
 
     void setPageVariable(std::string_view name, std::string_view value);
@@ -70,10 +72,12 @@ public:
 
     // The database service of this request, made on first use for the region's data and
     // exports folders, and the slot adapter through which the module's database callback
-    // reaches it. The dispatcher sets the intent of the module's opens for each tag.
+    // reaches it. The dispatcher sets the intent of the module's opens and the form of its text
+    // values for each tag.
     db::DatabaseService& databaseService();
     abi::DatabaseSlots& databaseSlots();
     db::OpenIntent openIntent = db::OpenIntent::MustExist;
+    abi::ValueText valueText = abi::ValueText::AsStored;
     // The service's last failure, when there is a service and it failed; cleared by the
     // dispatcher before each tag.
     const db::ServiceFailure* databaseFailure() const;

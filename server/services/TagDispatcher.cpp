@@ -33,7 +33,7 @@ bool TagDispatcher::refusesMarkup(const TagInvocation& tag)
         return false;
     const RegionConfig& region = myRequest.region.region;
     bool guarded = false;
-    for (const auto& name : region.refuseMarkupTags)
+    for (const auto& name : region.policy.refuseMarkupTags)
         guarded = guarded || equalsIgnoringCase(name, tag.name);
     if (!guarded)
         return false;
@@ -56,31 +56,153 @@ bool TagDispatcher::refusesMarkup(const TagInvocation& tag)
 
 namespace
 {
-// Tags whose opens may create the database they name: the editor's database list promises
-// that a new name "will be created". No other tag may, so a visitor's URL never creates one.
-constexpr std::string_view kTagsThatCreateDatabases[] = {"kivEditDatabase"};
-
-db::OpenIntent openIntentOf(std::string_view tagName)
+// What the host does around each of the database module's tags.
+struct TagRole
 {
-    for (const auto name : kTagsThatCreateDatabases)
-        if (equalsIgnoringCase(name, tagName))
-            return db::OpenIntent::CreateIfMissing;
-    return db::OpenIntent::MustExist;
+    std::string_view name;
+    // Its opens may create the database they name: the editor's database list promises that a
+    // new name "will be created". No other tag may, so a visitor's URL never creates one.
+    bool createsDatabases;
+    // It puts text values into the page: they are answered HTML-encoded unless the region or
+    // the tag (rawFields="yes") asks for them as stored.
+    bool showsFieldValues;
+    // Its "mode" parameter says whether it changes a database.
+    bool writesByMode;
+};
+
+constexpr TagRole kTagRoles[] = {{"kivEditDatabase", true, false, false},
+                                 {"kivSearchDatabase", false, true, false},
+                                 {"kivModifyDatabase", false, false, true}};
+
+// The parameter a page author gives a showing tag to have its values as stored. The host takes
+// it out before the module sees the tag, so it never splits a field and value pair.
+constexpr std::string_view kRawFieldsParameter = "rawFields";
+
+// The modes of kivModifyDatabase that only read. The module tells modes apart by a 32-bit
+// identifier of their text, so a text that is not exactly one of these might still act as a
+// write: every other mode counts as one.
+constexpr std::string_view kReadingModes[] = {"listDatabases", "listFields", "export"};
+
+const TagRole* roleOf(std::string_view tagName)
+{
+    for (const TagRole& role : kTagRoles)
+        if (equalsIgnoringCase(role.name, tagName))
+            return &role;
+    return nullptr;
+}
+
+// Removes every rawFields parameter; true when one said "yes".
+bool takeRawFields(NameValueList& parameters)
+{
+    bool raw = false;
+    for (auto parameter = parameters.begin(); parameter != parameters.end();)
+    {
+        if (!equalsIgnoringCase(parameter->first, kRawFieldsParameter))
+        {
+            ++parameter;
+            continue;
+        }
+        raw = raw || equalsIgnoringCase(trim(parameter->second), "yes");
+        parameter = parameters.erase(parameter);
+    }
+    return raw;
+}
+
+// The mode of a tag that changes a database, or nullptr. The module reads the first "mode"
+// parameter; without one it changes nothing.
+const std::string* writingMode(const TagInvocation& tag)
+{
+    for (const auto& [name, value] : tag.parameters)
+        if (equalsIgnoringCase(name, "mode"))
+        {
+            for (const auto reading : kReadingModes)
+                if (equalsIgnoringCase(value, reading))
+                    return nullptr;
+            return &value;
+        }
+    return nullptr;
+}
+
+bool isReadingMethod(const std::string& method)
+{
+    return method == "GET" || method == "HEAD";
+}
+
+ModuleCallResult writeNeedsPost(const TagInvocation& tag, const std::string& mode, const std::string& method)
+{
+    ModuleCallResult refused;
+    refused.code = kKivResult_NotAuthorized;
+    refused.error = {true,
+                     "The &lt;" + htmlEncode(tag.name) + "&gt; tag with mode &quot;" + htmlEncode(mode) +
+                         "&quot; changes a database, so it runs only for a form sent with POST; this page "
+                         "was requested with " +
+                         method + ".",
+                     "Send the form that leads to this page with method=&quot;post&quot;. Links, crawlers "
+                     "and prefetching only read pages; the region's writes_need_post setting allows "
+                     "writes on GET."};
+    return refused;
 }
 } // namespace
 
-std::string TagDispatcher::runTag(const TagInvocation& tag)
+bool TagDispatcher::admitsWrite(const TagInvocation& tag)
 {
-    auto [module, registered] = myHost.registry().findTag(tag.name);
-    if (!module || myRequest.refusedMarkup || refusesMarkup(tag))
+    if (myRequest.protectedArea || myRequest.writeAdmitted)
+        return true;
+    RegionState& region = myRequest.region;
+    const std::string& address = myRequest.request.remoteAddress;
+    const auto decision = region.publicWrites.admit(address, WriteRateLimiter::Clock::now());
+    if (decision.retryAfterSeconds == 0)
+    {
+        myRequest.writeAdmitted = true;
+        return true;
+    }
+    myRequest.writeRetryAfterSeconds = decision.retryAfterSeconds;
+    if (decision.firstRefusal)
+        writeServerLog(LogKind::Warning, {region.region.name, myRequest.urlPath, tag.name},
+                       "refused writes from " + address + ": more than " +
+                           std::to_string(region.region.policy.publicWritesPerMinute) +
+                           " a minute (public_write_rate); further refusals of this address are not logged "
+                           "until it writes again");
+    return false;
+}
+
+std::string TagDispatcher::runTag(const TagInvocation& written)
+{
+    auto [module, registered] = myHost.registry().findTag(written.name);
+    if (!module || myRequest.refusedMarkup || myRequest.writeRetryAfterSeconds != 0 || refusesMarkup(written))
         return {};
+    const RegionPolicy& policy = myRequest.region.region.policy;
+    const TagRole* role = roleOf(written.name);
+    TagInvocation tag = written;
+    abi::ValueText valueText = abi::ValueText::AsStored;
+    if (role && role->showsFieldValues && !takeRawFields(tag.parameters) && policy.encodeFields)
+        valueText = abi::ValueText::HtmlEncoded;
+    if (const std::string* mode = role && role->writesByMode ? writingMode(tag) : nullptr)
+    {
+        if (policy.writesNeedPost && isReadingMethod(myRequest.request.method))
+        {
+            myRequest.clearDatabaseFailure();
+            return present(tag, writeNeedsPost(tag, *mode, myRequest.request.method), LogKind::Warning);
+        }
+        if (!admitsWrite(tag))
+            return {};
+    }
+
     myRequest.currentTag = tag;
     myRequest.inTag = true;
-    myRequest.openIntent = openIntentOf(tag.name);
+    myRequest.openIntent =
+        role && role->createsDatabases ? db::OpenIntent::CreateIfMissing : db::OpenIntent::MustExist;
+    myRequest.valueText = valueText;
     myRequest.clearDatabaseFailure();
     ModuleCallResult result = myHost.call(*module, kKivRequest_ProcessTag, &myRequest);
     myRequest.inTag = false;
+    myRequest.valueText = abi::ValueText::AsStored;
+    return present(tag, result, LogKind::Error);
+}
 
+std::string TagDispatcher::present(const TagInvocation& tag, const ModuleCallResult& result,
+                                   LogKind failureKind)
+{
     const bool failed = result.error.isSet || result.code != 0;
     std::string headline = result.error.isSet ? result.error.headline
                                               : "The &lt;" + tag.name + "&gt; tag could not be processed.";
@@ -101,7 +223,7 @@ std::string TagDispatcher::runTag(const TagInvocation& tag)
         logLine += " (result " + fourCharacterCode(result.code) + ")";
     if (!detail.empty())
         logLine += " Database service: " + detail;
-    writeServerLog(LogKind::Error, {region.name, myRequest.urlPath, tag.name}, logLine);
+    writeServerLog(failureKind, {region.name, myRequest.urlPath, tag.name}, logLine);
     if (!region.showErrors)
         return result.output;
     return renderErrorBlock(tag.name, headline, hint, detail) + result.output;
@@ -176,17 +298,14 @@ std::string sanitizeErrorText(std::string_view html)
 std::string renderErrorBlock(std::string_view tagName, std::string_view headline, std::string_view hint,
                              std::string_view detail)
 {
-    std::string block =
-        "<div class=\"kiv-error\" role=\"alert\" style=\"border:2px solid #b00020;background:#fdecee;"
-        "color:#4a0010;padding:0.6em 0.9em;margin:0.6em 0;font-family:sans-serif;font-size:0.95em\">"
-        "<strong>" +
-        sanitizeErrorText(headline) + "</strong><br><span style=\"font-size:0.9em\">" +
-        sanitizeErrorText(hint) + "</span><br>";
+    // Its look comes from /kiv-assets/kiv.css (or the page's own stylesheet): a region's
+    // Content-Security-Policy blocks inline styles.
+    std::string block = "<div class=\"kiv-error\" role=\"alert\"><strong>" + sanitizeErrorText(headline) +
+                        "</strong><br><span class=\"kiv-error-hint\">" + sanitizeErrorText(hint) +
+                        "</span><br>";
     if (!detail.empty())
-        block += "<code class=\"kiv-error-detail\" style=\"font-size:0.85em\">" + htmlEncode(detail) +
-                 "</code><br>";
-    return block + "<span style=\"font-size:0.8em;color:#7a4050\">&lt;" + htmlEncode(tagName) +
-           "&gt;</span></div>";
+        block += "<code class=\"kiv-error-detail\">" + htmlEncode(detail) + "</code><br>";
+    return block + "<span class=\"kiv-error-tag\">&lt;" + htmlEncode(tagName) + "&gt;</span></div>";
 }
 
 } // namespace kiv

@@ -10,9 +10,11 @@
 #include "services/TagDispatcher.h"
 #include "site/BuiltinAssets.h"
 
+#include <algorithm>
 #include <fstream>
 #include <sodium.h>
 #include <sstream>
+#include <sys/stat.h>
 
 namespace fs = std::filesystem;
 
@@ -117,6 +119,82 @@ bool takePostArguments(RequestContext& context, HttpResponse& response)
     return false;
 }
 
+// A file as the file system knows it, whatever path reached it: links, doubled slashes and
+// another case on a file system that ignores case all lead to the same device and inode.
+struct FileIdentity
+{
+    dev_t device = 0;
+    ino_t inode = 0;
+    bool operator==(const FileIdentity& other) const
+    {
+        return device == other.device && inode == other.inode;
+    }
+};
+
+std::optional<FileIdentity> identityOf(const fs::path& path)
+{
+    struct stat status;
+    if (::stat(path.c_str(), &status) != 0)
+        return std::nullopt;
+    return FileIdentity{status.st_dev, status.st_ino};
+}
+
+// A URL path below a protected prefix, compared without regard to case: on a file system that
+// ignores case "/MANAGE/" is the same folder.
+bool matchesProtectedPrefix(const RegionConfig& region, std::string_view path)
+{
+    for (const auto& prefix : region.protectedPaths)
+    {
+        if (startsWithIgnoringCase(path, prefix))
+            return true;
+        if (prefix.size() > 1 && prefix.back() == '/' &&
+            equalsIgnoringCase(path, std::string_view(prefix).substr(0, prefix.size() - 1)))
+            return true;
+    }
+    return false;
+}
+
+// Whether a resolved file of the site is a protected file or lies in a protected folder, by
+// identity: the file and each folder above it up to the site root are compared with what the
+// protected prefixes name.
+bool liesInProtectedArea(const RegionConfig& region, const fs::path& file)
+{
+    std::vector<FileIdentity> areas;
+    for (const auto& prefix : region.protectedPaths)
+        if (auto area = resolveUrlPath(region.siteRoot, prefix))
+            if (auto identity = identityOf(*area))
+                areas.push_back(*identity);
+    if (areas.empty())
+        return false;
+    std::error_code error;
+    const fs::path root = fs::canonical(region.siteRoot, error);
+    for (fs::path current = file;; current = current.parent_path())
+    {
+        if (auto identity = identityOf(current))
+            if (std::find(areas.begin(), areas.end(), *identity) != areas.end())
+                return true;
+        if ((!error && current == root) || current == current.parent_path())
+            return false;
+    }
+}
+
+// The region's policy with framing refused: a login area is never shown inside another page.
+std::string withFramingRefused(std::string_view policy)
+{
+    std::string result;
+    size_t start = 0;
+    while (start < policy.size())
+    {
+        size_t end = std::min(policy.find(';', start), policy.size());
+        std::string_view directive = trim(policy.substr(start, end - start));
+        std::string_view name = directive.substr(0, directive.find(' '));
+        if (!directive.empty() && !equalsIgnoringCase(name, "frame-ancestors"))
+            result.append(directive).append("; ");
+        start = end + 1;
+    }
+    return result + "frame-ancestors 'none'";
+}
+
 } // namespace
 
 bool decodeBasicCredentials(std::string_view header, std::string& user, std::string& password)
@@ -178,14 +256,10 @@ bool SiteHandler::isAdminPath(const std::string& path) const
 
 bool SiteHandler::isProtected(const RegionConfig& region, const std::string& path) const
 {
-    for (const auto& prefix : region.protectedPaths)
-    {
-        if (path.rfind(prefix, 0) == 0)
-            return true;
-        if (prefix.size() > 1 && prefix.back() == '/' && path == prefix.substr(0, prefix.size() - 1))
-            return true;
-    }
-    return false;
+    if (matchesProtectedPrefix(region, path))
+        return true;
+    auto file = resolveUrlPath(region.siteRoot, path);
+    return file && liesInProtectedArea(region, *file);
 }
 
 bool SiteHandler::needsLogin(const RegionConfig& region, const std::string& path) const
@@ -200,11 +274,11 @@ std::optional<LoginAttempt> SiteHandler::loginAttempt(const HttpRequest& request
     // handle() refuses such paths before it looks at any login.
     if (path.empty() || path[0] != '/' || hasParentSegment(path) || path.find('\\') != std::string::npos)
         return std::nullopt;
-    if (!needsLogin(regionConfig, normalizedUrlPath(path)))
-        return std::nullopt;
     std::string user, password;
     const std::string* authorization = request.header("Authorization");
     if (!authorization || !decodeBasicCredentials(*authorization, user, password))
+        return std::nullopt;
+    if (!needsLogin(regionConfig, normalizedUrlPath(path)))
         return std::nullopt;
     UserDirectory& users = myRegions.stateOf(regionConfig).users;
     LoginAttempt attempt;
@@ -222,11 +296,14 @@ void SiteHandler::handle(HttpRequest& request, HttpResponse& response)
     RegionState& region = myRegions.stateOf(regionConfig);
     NameValueList securityHeaders = {{"X-Content-Type-Options", "nosniff"},
                                      {"Referrer-Policy", "same-origin"}};
+    std::string contentPolicy = regionConfig.policy.contentSecurityPolicy;
 
     auto finish = [&]
     {
         for (const auto& [name, value] : securityHeaders)
             response.setHeader(name, value);
+        if (!contentPolicy.empty())
+            response.setHeader("Content-Security-Policy", contentPolicy);
     };
 
     if (request.method != "GET" && request.method != "HEAD" && request.method != "POST")
@@ -251,7 +328,7 @@ void SiteHandler::handle(HttpRequest& request, HttpResponse& response)
     if (needsLogin(regionConfig, path))
     {
         securityHeaders.emplace_back("X-Frame-Options", "DENY");
-        securityHeaders.emplace_back("Content-Security-Policy", "frame-ancestors 'none'");
+        contentPolicy = withFramingRefused(contentPolicy);
         securityHeaders.emplace_back("Cache-Control", "no-store");
         // The connection layer sets the user once it has checked the password.
         if (request.user.empty())
@@ -331,7 +408,7 @@ void SiteHandler::serveResource(RegionState& region, HttpRequest& request, HttpR
         }
         if (fs::is_directory(*file, error))
         {
-            if (!config.directoryListing || request.method == "POST")
+            if (!config.policy.directoryListing || request.method == "POST")
             {
                 response = makeErrorResponse(request.method == "POST" ? 405 : 403);
                 return;
@@ -375,7 +452,8 @@ void SiteHandler::renderPageFile(RegionState& region, const fs::path& file, Http
     if (!takePostArguments(context, response))
         return;
     context.physicalPath = file;
-    context.guardMarkup = config.refuseMarkup && !isProtected(config, request.path);
+    context.protectedArea = matchesProtectedPrefix(config, request.path) || liesInProtectedArea(config, file);
+    context.guardMarkup = config.policy.refuseMarkup && !context.protectedArea;
     TagDispatcher dispatcher(myHost, context);
     response.body = renderPage(text, dispatcher);
     myHost.finishRequest(context);
@@ -383,6 +461,13 @@ void SiteHandler::renderPageFile(RegionState& region, const fs::path& file, Http
     {
         response = makeErrorResponse(400, "This page does not accept the characters < and > in what is "
                                           "sent to it. Remove them and try again.");
+        return;
+    }
+    if (context.writeRetryAfterSeconds != 0)
+    {
+        response = makeErrorResponse(429, "This address has sent too many changes in a short time. Wait a "
+                                          "moment and try again.");
+        response.setHeader("Retry-After", std::to_string(context.writeRetryAfterSeconds));
         return;
     }
 

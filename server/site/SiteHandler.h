@@ -1,8 +1,9 @@
 // Turns one HTTP request into a response for the region it addresses: access control
 // (protected paths and the administration page need a login, their form posts must come
-// from the same origin), path confinement, pages rendered with their module tags, static
-// files, and folder indexes. Every response carries the security headers. The connection
-// layer asks first which login a request carries and checks it on its own threads.
+// from the same origin; a file in a protected folder is protected whatever URL reaches it),
+// path confinement, pages rendered with their module tags, static files, and folder indexes.
+// Every response carries the security headers and the region's Content-Security-Policy. The
+// connection layer asks first which login a request carries and checks it on its own threads.
 #pragma once
 
 #include "admin/AdminPage.h"
@@ -28,6 +29,7 @@ public:
                         HttpResponse& response);
 
 private:
+    // A URL below a protected prefix, or one whose file lies in a protected folder.
     bool isProtected(const RegionConfig& region, const std::string& path) const;
     bool isAdminPath(const std::string& path) const;
     bool needsLogin(const RegionConfig& region, const std::string& path) const;

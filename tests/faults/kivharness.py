@@ -59,10 +59,13 @@ def password_hash(server):
 class Site:
     """A scratch site, its data folder and a configuration: a copy of the example site with the
     test pages, or only the given pages. extra_server and extra_limits are TOML lines for
-    [server] and [limits]; listeners, [[listen]] tables."""
+    [server] and [limits]; listeners, [[listen]] tables; region, the policy lines of the region
+    "main" (by default it writes without a rate limit: these tests put their own load on the
+    server); more_regions, further [[region]] tables, in which {root}, {data} and {base} stand
+    for the site's folders."""
 
     def __init__(self, server, module, workers=2, threads=4, extra_limits="", pages=None, extra_server="",
-                 listeners=""):
+                 listeners="", region="public_write_rate = 0", more_regions=""):
         self.base = tempfile.mkdtemp(prefix="kiv-faults-")
         self.root = os.path.join(self.base, "site")
         self.data = os.path.join(self.base, "data")
@@ -76,9 +79,11 @@ class Site:
             with open(path, "w", encoding="latin-1") as out:
                 out.write(text)
         self.config = os.path.join(self.base, "server.toml")
-        self.write_config(server, module, workers, threads, extra_limits, extra_server, listeners)
+        self.write_config(server, module, workers, threads, extra_limits, extra_server, listeners, region,
+                          more_regions)
 
-    def write_config(self, server, module, workers, threads, extra_limits="", extra_server="", listeners=""):
+    def write_config(self, server, module, workers, threads, extra_limits="", extra_server="", listeners="",
+                     region="public_write_rate = 0", more_regions=""):
         with open(self.config, "w") as out:
             out.write(f"""
 [server]
@@ -102,8 +107,11 @@ name = "main"
 root = "{self.root}"
 data = "{self.data}"
 protected = ["/manage/"]
+{region}
 [region.users]
 admin = "{password_hash(server)}"
+
+{more_regions.format(root=self.root, data=self.data, base=self.base)}
 """)
 
     def remove(self):
@@ -191,6 +199,18 @@ def get(port, path, headers=None, timeout=60):
     connection = http.client.HTTPConnection("127.0.0.1", port, timeout=timeout)
     try:
         connection.request("GET", path, headers=headers or {})
+        response = connection.getresponse()
+        return response.status, response.read().decode("latin-1")
+    finally:
+        connection.close()
+
+
+def post(port, path, form=None, headers=None, timeout=60):
+    """A form post (pages that write run only for POST); the query of path stays path arguments."""
+    connection = http.client.HTTPConnection("127.0.0.1", port, timeout=timeout)
+    try:
+        connection.request("POST", path, body=urllib.parse.urlencode(form or {}),
+                           headers=dict({"Content-Type": "application/x-www-form-urlencoded"}, **(headers or {})))
         response = connection.getresponse()
         return response.status, response.read().decode("latin-1")
     finally:

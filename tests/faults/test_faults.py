@@ -165,9 +165,9 @@ class FullDiskTest(unittest.TestCase):
         # Fill a database while the disk has room; it is larger than the later limit.
         server = kh.Server(SERVER, cls.site)
         try:
-            status, page = kh.get(server.port, "/t/create.html?db=Big")
+            status, page = kh.post(server.port, "/t/create.html?db=Big")
             assert status == 200 and kh.error_block(page) is None, page
-            status, page = kh.get(server.port, "/t/import.html?" + kh.query(db="Big", file="big.csv"))
+            status, page = kh.post(server.port, "/t/import.html?" + kh.query(db="Big", file="big.csv"))
             assert f"imported={cls.ROWS}" in page, page
             status, page = kh.get(server.port, "/t/export.html?" + kh.query(db="Big", file="whole.csv"))
             assert f"exported={cls.ROWS}" in page, page
@@ -220,7 +220,7 @@ class FullDiskTest(unittest.TestCase):
                     self.assertEqual(kept.read(), "precious\n", "a failed export damaged the file it replaces")
                 self.assertEqual(self.exports_listing(), before)
             with self.subTest("import"):
-                status, page = kh.get(server.port, "/t/import.html?" + kh.query(db="Big", file="more.csv"))
+                status, page = kh.post(server.port, "/t/import.html?" + kh.query(db="Big", file="more.csv"))
                 self.assertEqual(status, 200)
                 self.assertIsNotNone(kh.error_block(page), f"no error shown for a failed import: {page[-800:]}")
                 self.assertEqual(record_count(server.port, "Big"), self.ROWS, "a failed import wrote records")
@@ -284,11 +284,11 @@ class CorruptDatabaseTest(unittest.TestCase):
 
     def test_each_damaged_database_gives_a_clear_error_and_the_server_goes_on(self):
         for name in ("Garbage", "Zeros", "Truncated", "Scrambled"):
-            for page_path in ("/t/count.html?" + kh.query(db=name),
-                              "/t/add.html?" + kh.query(db=name, name="x", notes="y"),
-                              "/t/export.html?" + kh.query(db=name, file=f"{name}.csv")):
+            for fetch, page_path in ((kh.get, "/t/count.html?" + kh.query(db=name)),
+                                     (kh.post, "/t/add.html?" + kh.query(db=name, name="x", notes="y")),
+                                     (kh.get, "/t/export.html?" + kh.query(db=name, file=f"{name}.csv"))):
                 with self.subTest(database=name, page=page_path):
-                    status, page = kh.get(self.server.port, page_path)
+                    status, page = fetch(self.server.port, page_path)
                     self.assertEqual(status, 200)
                     error = kh.error_block(page)
                     self.assertIsNotNone(error, f"no error shown: {page[-600:]}")

@@ -37,7 +37,6 @@ root = "site"
 language = "fr"
 protected = ["/manage/"]
 show_errors = false
-refuse_markup_tags = ["kivModifyDatabase", "kivOtherWriter"]
 [region.users]
 admin = "$argon2id$v=19$m=65536,t=2,p=1$x$y"
 
@@ -46,7 +45,6 @@ name = "other"
 root = "/srv/other"
 data = "/srv/other-data"
 exports_folder = "exports-of-other"
-refuse_markup = false
 )",
                                       "/etc/kiv");
     ASSERT_EQ(config.listeners.size(), 1u);
@@ -67,15 +65,74 @@ refuse_markup = false
         << "the data folder defaults to beside the site";
     EXPECT_EQ(www.language, 0x02000000u);
     EXPECT_FALSE(www.showErrors);
-    EXPECT_TRUE(www.refuseMarkup) << "public pages that store visitors' values refuse markup by default";
-    EXPECT_EQ(www.refuseMarkupTags, (std::vector<std::string>{"kivModifyDatabase", "kivOtherWriter"}));
-    EXPECT_FALSE(config.regions[1].refuseMarkup);
-    EXPECT_EQ(config.regions[1].refuseMarkupTags, std::vector<std::string>{"kivModifyDatabase"});
     ASSERT_EQ(www.users.size(), 1u);
     EXPECT_EQ(www.users[0].name, "admin");
     EXPECT_EQ(config.regions[1].dataFolder, fs::path("/srv/other-data"));
     EXPECT_TRUE(www.exportsFolder.empty()) << "empty: exports in the data folder";
     EXPECT_EQ(config.regions[1].exportsFolder, fs::path("/etc/kiv/exports-of-other"));
+}
+
+TEST(Config, RegionPolicyIsSafeByDefaultAndEachKeyOptsOut)
+{
+    ServerConfig config = parseConfig(R"(
+[[region]]
+name = "safe"
+root = "site"
+
+[[region]]
+name = "raw"
+root = "raw"
+encode_fields = false
+content_security_policy = ""
+writes_need_post = false
+public_write_rate = 0
+refuse_markup_tags = ["kivModifyDatabase", "kivOtherWriter"]
+directory_listing = true
+
+[[region]]
+name = "encoded but guarded"
+root = "guarded"
+refuse_markup = true
+public_write_rate = 5
+content_security_policy = "default-src 'none'"
+)",
+                                      "/etc/kiv");
+    const RegionPolicy& safe = config.regions[0].policy;
+    EXPECT_TRUE(safe.encodeFields);
+    EXPECT_EQ(safe.contentSecurityPolicy, "default-src 'self'; script-src 'self'; object-src 'none'; "
+                                          "base-uri 'self'; frame-ancestors 'self'");
+    EXPECT_TRUE(safe.writesNeedPost);
+    EXPECT_EQ(safe.publicWritesPerMinute, 60);
+    EXPECT_FALSE(safe.refuseMarkup) << "encoded fields make the markup guard unnecessary";
+    EXPECT_FALSE(safe.directoryListing);
+    const RegionPolicy& raw = config.regions[1].policy;
+    EXPECT_FALSE(raw.encodeFields);
+    EXPECT_TRUE(raw.contentSecurityPolicy.empty());
+    EXPECT_FALSE(raw.writesNeedPost);
+    EXPECT_EQ(raw.publicWritesPerMinute, 0);
+    EXPECT_TRUE(raw.refuseMarkup) << "without encoding, public pages refuse markup unless told otherwise";
+    EXPECT_EQ(raw.refuseMarkupTags, (std::vector<std::string>{"kivModifyDatabase", "kivOtherWriter"}));
+    EXPECT_TRUE(raw.directoryListing);
+    const RegionPolicy& guarded = config.regions[2].policy;
+    EXPECT_TRUE(guarded.encodeFields);
+    EXPECT_TRUE(guarded.refuseMarkup);
+    EXPECT_EQ(guarded.publicWritesPerMinute, 5);
+    EXPECT_EQ(guarded.contentSecurityPolicy, "default-src 'none'");
+    EXPECT_EQ(makeDefaultRegion("site", "").policy.contentSecurityPolicy, safe.contentSecurityPolicy)
+        << "a server without a configuration file is as safe";
+
+    EXPECT_THROW(parseConfig("[[region]]\nroot = \"s\"\npublic_write_rate = -1\n", "/"), ConfigError);
+    EXPECT_THROW(parseConfig("[[region]]\nroot = \"s\"\nencode_fields = \"no\"\n", "/"), ConfigError);
+    EXPECT_THROW(
+        parseConfig("[[region]]\nroot = \"s\"\ncontent_security_policy = \"a\\r\\nSet-Cookie: x\"\n", "/"),
+        ConfigError)
+        << "the policy goes into a header as it is written";
+    // The list of policy keys (for checks of unknown keys) names exactly what is read: a value
+    // of the wrong kind under each of them is refused.
+    for (const std::string_view key : kRegionPolicyKeys)
+        EXPECT_THROW(parseConfig("[[region]]\nroot = \"s\"\n" + std::string(key) + " = {}\n", "/"),
+                     ConfigError)
+            << key;
 }
 
 TEST(Config, RefusesWhatWouldBreakTheServer)

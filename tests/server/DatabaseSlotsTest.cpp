@@ -155,6 +155,38 @@ TEST_F(DatabaseSlots, ValueKindsConvertBothWaysAndLongTextTakesTheRetry)
     EXPECT_EQ(getValue(handle, "Nowhere", text, size, kKivValueKind_Text), uint32_t(kKivResult_NotFound));
 }
 
+TEST_F(DatabaseSlots, EncodedTextAnswersReportTheEncodedLengthAndLeaveOtherKindsAlone)
+{
+    const uint32_t handle = openShop();
+    const std::string stored = "x\" onfocus=\"alert(1)\" <b>&'";
+    const std::string encoded = "x&quot; onfocus=&quot;alert(1)&quot; &lt;b&gt;&amp;&#39;";
+    EXPECT_EQ(setValue(handle, "Notes", stored.data(), uint32_t(stored.size() + 1), kKivValueKind_Text), 0u);
+    const int32_t qty = 7;
+    EXPECT_EQ(setValue(handle, "Qty", &qty, 4, kKivValueKind_Int32), 0u);
+    uint32_t handleWord = handle;
+    ASSERT_EQ(call(kKivDB_UpdateRecord, &handleWord), 0u);
+
+    slots.setValueText(abi::ValueText::HtmlEncoded);
+    // The first answer asks for room for the encoded text, which the retry then receives whole.
+    std::vector<char> text(stored.size() + 1);
+    uint32_t size = uint32_t(text.size());
+    ASSERT_EQ(getValue(handle, "Notes", text.data(), size, kKivValueKind_Text),
+              uint32_t(kKivResult_BufferTooSmall));
+    EXPECT_EQ(size, encoded.size() + 1);
+    text.resize(size);
+    ASSERT_EQ(getValue(handle, "Notes", text.data(), size, kKivValueKind_Text), 0u);
+    EXPECT_EQ(std::string(text.data(), size), encoded);
+    int32_t number = 0;
+    size = 4;
+    EXPECT_EQ(getValue(handle, "Qty", &number, size, kKivValueKind_Int32), 0u);
+    EXPECT_EQ(number, 7);
+
+    slots.setValueText(abi::ValueText::AsStored);
+    size = uint32_t(text.size());
+    ASSERT_EQ(getValue(handle, "Notes", text.data(), size, kKivValueKind_Text), 0u);
+    EXPECT_EQ(std::string(text.data(), size), stored);
+}
+
 TEST_F(DatabaseSlots, KeysOfEveryKindFindTheRecord)
 {
     uint32_t handle = openShop();
