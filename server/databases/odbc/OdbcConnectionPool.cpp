@@ -17,37 +17,35 @@ namespace kiv::db::odbc
 
 // One data source, user and password in this worker: its connections and what it keeps about
 // the data source. The connection counts and idle list are guarded by the registry's mutex,
-// the metadata by its own.
-class SourcePool
+// the traits and metadata by metadataMutex.
+struct SourcePool
 {
-public:
-    SourcePool(std::string dataSource, std::string user, std::string password, size_t limit)
-        : myDataSource(std::move(dataSource)), myUser(std::move(user)), myPassword(std::move(password)),
-          myLimit(limit)
+    SourcePool(std::string source, std::string userName, std::string secret, size_t most)
+        : dataSource(std::move(source)), user(std::move(userName)), password(std::move(secret)), limit(most)
     {
     }
 
-    const std::string myDataSource, myUser, myPassword;
-    const size_t myLimit;
-    size_t myOpen = 0; // connections of this pool that exist, idle or leased
-    std::vector<std::unique_ptr<PooledConnection>> myIdle;
-    std::shared_ptr<const SourceTraits> myTraits;
-
-    std::mutex myMetadataMutex;
-    uint64_t myGeneration = 0; // the schema generation of what is kept below
-    std::optional<std::vector<std::string>> myTables;
-    std::map<std::string, std::shared_ptr<const TableDescription>> myDescriptions;
-
-    // With the metadata mutex held: drops what another worker's schema change made stale.
+    // With metadataMutex held: drops what a schema change since made stale.
     void followGeneration()
     {
         const uint64_t now = schemaGeneration();
-        if (myGeneration == now)
+        if (generation == now)
             return;
-        myTables.reset();
-        myDescriptions.clear();
-        myGeneration = now;
+        tables.reset();
+        descriptions.clear();
+        generation = now;
     }
+
+    const std::string dataSource, user, password;
+    const size_t limit;
+    size_t open = 0; // connections of this pool that exist, idle or leased
+    std::vector<std::unique_ptr<PooledConnection>> idle;
+
+    std::mutex metadataMutex;
+    std::shared_ptr<const SourceTraits> traits;
+    uint64_t generation = 0; // the schema generation of what is kept below
+    std::optional<std::vector<std::string>> tables;
+    std::map<std::string, std::shared_ptr<const TableDescription>> descriptions;
 };
 
 namespace
@@ -92,27 +90,27 @@ public:
         const bool available = myReturned.wait_for(lock, kPoolWait,
                                                    [&]
                                                    {
-                                                       while (!pool.myIdle.empty())
+                                                       while (!pool.idle.empty())
                                                        {
-                                                           if (!pool.myIdle.back()->connection.knownDead())
+                                                           if (!pool.idle.back()->connection.knownDead())
                                                                return true;
-                                                           dead.push_back(std::move(pool.myIdle.back()));
-                                                           pool.myIdle.pop_back();
-                                                           --pool.myOpen;
+                                                           dead.push_back(std::move(pool.idle.back()));
+                                                           pool.idle.pop_back();
+                                                           --pool.open;
                                                        }
-                                                       return pool.myOpen < pool.myLimit;
+                                                       return pool.open < pool.limit;
                                                    });
         if (!available)
-            throw OdbcError("HY000", "All " + std::to_string(pool.myLimit) +
-                                         " connections this worker may open to " + pool.myDataSource +
+            throw OdbcError("HY000", "All " + std::to_string(pool.limit) +
+                                         " connections this worker may open to " + pool.dataSource +
                                          " are in use (KivPoolSize in odbc.ini).");
-        if (!pool.myIdle.empty())
+        if (!pool.idle.empty())
         {
-            auto connection = std::move(pool.myIdle.back());
-            pool.myIdle.pop_back();
+            auto connection = std::move(pool.idle.back());
+            pool.idle.pop_back();
             return connection;
         }
-        ++pool.myOpen;
+        ++pool.open;
         return nullptr;
     }
 
@@ -124,9 +122,9 @@ public:
             if (myPid == ::getpid())
             {
                 if (connection)
-                    pool.myIdle.push_back(std::move(connection));
+                    pool.idle.push_back(std::move(connection));
                 else
-                    --pool.myOpen;
+                    --pool.open;
             }
         }
         myReturned.notify_all();
@@ -140,7 +138,7 @@ private:
         if (myPid == ::getpid())
             return;
         for (auto& entry : myPools)
-            for (auto& connection : entry.second->myIdle)
+            for (auto& connection : entry.second->idle)
                 connection->connection.abandon();
         myPools.clear();
         myPid = ::getpid();
@@ -197,11 +195,11 @@ std::shared_ptr<const SourceTraits> readTraits(const Connection& connection, con
 // A new connection of the pool; the first one also learns the driver's traits for all.
 std::unique_ptr<PooledConnection> connectTo(SourcePool& pool)
 {
-    auto connection = std::make_unique<PooledConnection>(pool.myDataSource, pool.myUser, pool.myPassword);
-    std::lock_guard<std::mutex> guard(pool.myMetadataMutex);
-    if (!pool.myTraits)
-        pool.myTraits = readTraits(connection->connection, pool.myDataSource);
-    connection->traits = pool.myTraits;
+    auto connection = std::make_unique<PooledConnection>(pool.dataSource, pool.user, pool.password);
+    std::lock_guard<std::mutex> guard(pool.metadataMutex);
+    if (!pool.traits)
+        pool.traits = readTraits(connection->connection, pool.dataSource);
+    connection->traits = pool.traits;
     return connection;
 }
 } // namespace
@@ -312,18 +310,18 @@ std::vector<std::string> ConnectionLease::tables()
 {
     uint64_t generation = 0;
     {
-        std::lock_guard<std::mutex> guard(myPool->myMetadataMutex);
+        std::lock_guard<std::mutex> guard(myPool->metadataMutex);
         myPool->followGeneration();
-        if (myPool->myTables)
-            return *myPool->myTables;
-        generation = myPool->myGeneration;
+        if (myPool->tables)
+            return *myPool->tables;
+        generation = myPool->generation;
     }
     std::vector<std::string> names;
     run([&] { names = listTables(connection()); });
-    std::lock_guard<std::mutex> guard(myPool->myMetadataMutex);
+    std::lock_guard<std::mutex> guard(myPool->metadataMutex);
     myPool->followGeneration();
-    if (myPool->myGeneration == generation)
-        myPool->myTables = names;
+    if (myPool->generation == generation)
+        myPool->tables = names;
     return names;
 }
 
@@ -339,8 +337,8 @@ std::optional<std::string> ConnectionLease::findTable(const std::string& name)
     if (auto found = find(tables()))
         return found;
     {
-        std::lock_guard<std::mutex> guard(myPool->myMetadataMutex);
-        myPool->myTables.reset(); // made since the list was read, perhaps by another server
+        std::lock_guard<std::mutex> guard(myPool->metadataMutex);
+        myPool->tables.reset(); // made since the list was read, perhaps by another server
     }
     return find(tables());
 }
@@ -349,19 +347,19 @@ std::shared_ptr<const TableDescription> ConnectionLease::describe(const std::str
 {
     uint64_t generation = 0;
     {
-        std::lock_guard<std::mutex> guard(myPool->myMetadataMutex);
+        std::lock_guard<std::mutex> guard(myPool->metadataMutex);
         myPool->followGeneration();
-        if (const auto found = myPool->myDescriptions.find(table); found != myPool->myDescriptions.end())
+        if (const auto found = myPool->descriptions.find(table); found != myPool->descriptions.end())
             return found->second;
-        generation = myPool->myGeneration;
+        generation = myPool->generation;
     }
     std::shared_ptr<const TableDescription> description;
     run([&]
         { description = std::make_shared<TableDescription>(describeTable(connection(), traits(), table)); });
-    std::lock_guard<std::mutex> guard(myPool->myMetadataMutex);
+    std::lock_guard<std::mutex> guard(myPool->metadataMutex);
     myPool->followGeneration();
-    if (myPool->myGeneration == generation)
-        myPool->myDescriptions[table] = description;
+    if (myPool->generation == generation)
+        myPool->descriptions[table] = description;
     return description;
 }
 
@@ -369,7 +367,7 @@ void ConnectionLease::schemaChanged()
 {
     advanceSchemaGeneration();
     {
-        std::lock_guard<std::mutex> guard(myPool->myMetadataMutex);
+        std::lock_guard<std::mutex> guard(myPool->metadataMutex);
         myPool->followGeneration();
     }
     myConnection->statements.clear();

@@ -76,7 +76,7 @@ struct PooledConnection
     PooledConnection(const std::string& dataSource, const std::string& user, const std::string& password);
 };
 
-class SourcePool;
+struct SourcePool;
 
 // Shared by a backend and the handles opened through it; the last one gives the connection back.
 class ConnectionLease
