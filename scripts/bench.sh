@@ -139,6 +139,21 @@ wait_for() { # url
     return 1
 }
 
+# The PHP page over a PDO data source name, user (PHP), persistent (PHP), table and ID column.
+php_page() { # dsn user persistent table id
+    sed -e "s|@DSN@|$1|" -e "s|@USER@|$2|" -e "s|@PERSISTENT@|$3|" -e "s|@TABLE@|$4|g" -e "s|@ID@|$5|" \
+        "$ROOT/bench/peers/page25.php"
+}
+
+# Whether two pages' bytes are the same, as a word in $WORK/floor/<name>.txt.
+compare_bytes() { # name file file
+    if cmp -s "$2" "$3"; then
+        echo identical >"$WORK/floor/$1.txt"
+    else
+        echo different >"$WORK/floor/$1.txt"
+    fi
+}
+
 # php-fpm and nginx for the PHP pages in $WORK/php; their masters in PHP_PID and NGINX_PID.
 start_peers() {
     sed -e "s|@WORK@|$WORK|g" -e "s|@PHP_PORT@|$PHP_PORT|g" "$ROOT/bench/peers/php-fpm.conf.in" >"$WORK/php/php-fpm.conf"
@@ -157,7 +172,7 @@ start_servers() { # setup
     "$BUILD/server/kiv-server" serve --root "$WORK/site" --data "$WORK/data-$setup" --listen 127.0.0.1 \
         --port "$KIV_PORT" --workers 2 --server-log "$WORK/logs/kiv-$setup.log" --access-log /dev/null &
     PIDS+=($!)
-    sed "s|@DATABASE@|$WORK/peer-$setup.sqlite|" "$ROOT/bench/peers/page25.php" >"$WORK/php/page25.php"
+    php_page "sqlite:$WORK/peer-$setup.sqlite" null false people id >"$WORK/php/page25.php"
     start_peers
     wait_for "http://127.0.0.1:$KIV_PORT/page25.html"
     wait_for "http://127.0.0.1:$NGINX_PORT/page25.php"
@@ -308,7 +323,8 @@ postgres_pages() {
     for table in "${PG_TABLES[@]}"; do
         sed "s|databaseName=\"People\"|databaseName=\"$table\" odbcDataSource=\"$PG_SOURCE\" odbcUsername=\"kiv\"|" \
             "$ROOT/bench/site/page25.html" >"$WORK/site-pg/$table.html"
-        sed -e "s|@PG_PORT@|$PG_PORT|g" -e "s|@TABLE@|$table|g" "$ROOT/bench/peers/page25-pgsql.php" >"$WORK/php/$table.php"
+        php_page "pgsql:host=127.0.0.1;port=$PG_PORT;dbname=kivtest" "'kiv'" true "$table" KIVIDFIELD \
+            >"$WORK/php/$table.php"
     done
     log "postgres: starting kiv-server, php-fpm and nginx"
     local kiv_a kiv_b
@@ -319,11 +335,7 @@ postgres_pages() {
     for table in "${PG_TABLES[@]}"; do
         curl -s "http://127.0.0.1:$PG_KIV_PORT/$table.html?$query" >"$WORK/static/pg-$table.html"
         curl -s "http://127.0.0.1:$NGINX_PORT/$table.php?$query" >"$WORK/php/pg-$table.out"
-        if cmp -s "$WORK/static/pg-$table.html" "$WORK/php/pg-$table.out"; then
-            echo identical >"$WORK/floor/postgres__php-bytes-$table.txt"
-        else
-            echo different >"$WORK/floor/postgres__php-bytes-$table.txt"
-        fi
+        compare_bytes "postgres__php-bytes-$table" "$WORK/static/pg-$table.html" "$WORK/php/pg-$table.out"
     done
     for run in $(seq "$RUNS"); do
         for table in "${PG_TABLES[@]}"; do
@@ -373,18 +385,10 @@ main() {
         # The ceiling serves exactly the bytes kiv-server renders; the PHP page should match them.
         curl -s "http://127.0.0.1:$KIV_PORT/$page25" >"$WORK/static/page25.html"
         curl -s "http://127.0.0.1:$NGINX_PORT/page25.php?city=$CITY&page=2" >"$WORK/php/page25-$setup.out"
-        if cmp -s "$WORK/static/page25.html" "$WORK/php/page25-$setup.out"; then
-            echo identical >"$WORK/floor/${setup}__php-bytes.txt"
-        else
-            echo different >"$WORK/floor/${setup}__php-bytes.txt"
-        fi
+        compare_bytes "${setup}__php-bytes" "$WORK/static/page25.html" "$WORK/php/page25-$setup.out"
         curl -s "http://127.0.0.1:$KIV_PORT/rows10000.html" >"$WORK/static/rows10000-$setup.html"
         sqlite3 -html "$WORK/peer-$setup.sqlite" "$sql10k" >"$WORK/floor/rows10000-$setup.html"
-        if cmp -s "$WORK/static/rows10000-$setup.html" "$WORK/floor/rows10000-$setup.html"; then
-            echo identical >"$WORK/floor/${setup}__rows10000-bytes.txt"
-        else
-            echo different >"$WORK/floor/${setup}__rows10000-bytes.txt"
-        fi
+        compare_bytes "${setup}__rows10000-bytes" "$WORK/static/rows10000-$setup.html" "$WORK/floor/rows10000-$setup.html"
         record_memory "$setup" start
         for run in $(seq "$RUNS"); do
             log "setup $setup: run $run of $RUNS"
