@@ -20,8 +20,9 @@ namespace kiv::db::odbc
 // the traits and metadata by metadataMutex.
 struct SourcePool
 {
-    SourcePool(std::string source, std::string userName, std::string secret, size_t most)
-        : dataSource(std::move(source)), user(std::move(userName)), password(std::move(secret)), limit(most)
+    SourcePool(std::string poolKey, std::string source, std::string userName, std::string secret, size_t most)
+        : key(std::move(poolKey)), dataSource(std::move(source)), user(std::move(userName)),
+          password(std::move(secret)), limit(most)
     {
     }
 
@@ -36,7 +37,7 @@ struct SourcePool
         generation = now;
     }
 
-    const std::string dataSource, user, password;
+    const std::string key, dataSource, user, password;
     const size_t limit;
     size_t open = 0; // connections of this pool that exist, idle or leased
     std::vector<std::unique_ptr<PooledConnection>> idle;
@@ -76,7 +77,7 @@ public:
         std::lock_guard<std::mutex> guard(myMutex);
         auto& pool = myPools[key];
         if (!pool)
-            pool = std::make_shared<SourcePool>(dataSource, user, password, limit);
+            pool = std::make_shared<SourcePool>(key, dataSource, user, password, limit);
         return pool;
     }
 
@@ -119,12 +120,20 @@ public:
     {
         {
             std::lock_guard<std::mutex> guard(myMutex);
-            if (myPid == ::getpid())
+            if (myPid != ::getpid())
             {
                 if (connection)
-                    pool.idle.push_back(std::move(connection));
-                else
-                    --pool.open;
+                    connection->connection.abandon(); // the parent's, as above
+            }
+            else if (connection)
+                pool.idle.push_back(std::move(connection));
+            else if (--pool.open == 0 && pool.idle.empty())
+            {
+                // A pool without connections is not kept: names that never connected (a wrong
+                // password, a data source that does not exist) must not pile up.
+                if (const auto found = myPools.find(pool.key);
+                    found != myPools.end() && found->second.get() == &pool)
+                    myPools.erase(found);
             }
         }
         myReturned.notify_all();
