@@ -250,7 +250,12 @@ ConnectionLease::ConnectionLease(std::shared_ptr<SourcePool> pool,
                                  std::unique_ptr<PooledConnection> connection, bool wasIdle)
     : myPool(std::move(pool)), myConnection(std::move(connection)), myWasIdle(wasIdle)
 {
-    // Statements prepared before a schema change may describe the tables as they were.
+}
+
+void ConnectionLease::forgetStaleStatements()
+{
+    // Statements prepared before a schema change may describe the tables as they were. Done
+    // before a statement runs, when no caller still reads a kept one.
     if (const uint64_t now = schemaGeneration(); myConnection->generation != now)
     {
         myConnection->statements.clear();
@@ -295,7 +300,12 @@ void ConnectionLease::run(const std::function<void()>& work)
 Statement& ConnectionLease::execute(const std::string& sql, std::vector<Parameter> parameters)
 {
     Statement* statement = nullptr;
-    run([&] { statement = &myConnection->statements.run(sql, parameters); });
+    run(
+        [&]
+        {
+            forgetStaleStatements();
+            statement = &myConnection->statements.run(sql, parameters);
+        });
     return *statement;
 }
 
@@ -375,12 +385,8 @@ std::shared_ptr<const TableDescription> ConnectionLease::describe(const std::str
 void ConnectionLease::schemaChanged()
 {
     advanceSchemaGeneration();
-    {
-        std::lock_guard<std::mutex> guard(myPool->metadataMutex);
-        myPool->followGeneration();
-    }
-    myConnection->statements.clear();
-    myConnection->generation = schemaGeneration();
+    std::lock_guard<std::mutex> guard(myPool->metadataMutex);
+    myPool->followGeneration();
 }
 
 std::shared_ptr<ConnectionLease> acquireConnection(const std::string& dataSource, const std::string& user,

@@ -111,11 +111,12 @@ public:
     std::shared_ptr<const TableDescription> describe(const std::string& table);
     // The schema changed (through this server or found changed): forget the tables and every
     // description, here and in the server's other workers; statements prepared before are
-    // prepared again.
+    // prepared again when they next run.
     void schemaChanged();
 
 private:
     void reconnect();
+    void forgetStaleStatements();
 
     std::shared_ptr<SourcePool> myPool;
     std::unique_ptr<PooledConnection> myConnection;
