@@ -2,9 +2,11 @@
 """Turns the raw results of scripts/bench.sh into docs/benchmarks.md and its chart.
 
 Reads <work>/wrk/<setup>__<target>__<run>.txt (wrk --latency output), <work>/rss/*.txt
-(ps lines: program pid rss-KiB), <work>/floor/*.txt (sqlite3 timings, byte checks) and
+(ps lines: program pid rss-KiB), <work>/floor/*.txt (sqlite3 timings, byte checks),
 <work>/floods/<setup>__<flood>.txt (hostile_clients.py: "probe MS STATUS" lines and an "rss"
-line). Medians over the runs; ratios are kiv-server against each peer. With --before, the
+line) and <work>/cpu/<setup>__<target>__<run>.txt (bench/proc_cpu.py readings: "before|after
+LABEL SECONDS" around one measurement). Medians over the runs; ratios are kiv-server against
+each peer. With --before, the
 wrk results of an earlier run (another revision) are compared with this one's. Standard
 library only.
 """
@@ -19,7 +21,13 @@ import statistics
 import subprocess
 
 SETUPS = [("separate", "separate indexes on City and Name"), ("city-name", "one index on (City, Name)")]
+PG_TABLES = [("People", "100,000 rows"), ("People10k", "10,000 rows")]
+# The PostgreSQL targets: kiv-server's throughput against PHP's, and PostgreSQL's CPU per page
+# view as the table grows tenfold.
+PG_THROUGHPUT_GOAL = 1.5
+PG_CPU_SPREAD = 0.2
 UNITS = {"us": 0.001, "ms": 1.0, "s": 1000.0}
+PAGE_CITY = "Lyon"
 
 
 def parse_wrk(path):
@@ -78,6 +86,34 @@ def load_floor(work):
         setup, name = os.path.basename(path)[:-4].split("__")
         floor[(setup, name)] = open(path).read().split()
     return floor
+
+
+def load_cpu(work):
+    """(setup, target) -> {label: median CPU ms per page view over the runs}. The pages of a
+    measurement are the requests of its wrk run; "kiv-two" is two wrk runs at once (-a, -b),
+    and each kiv-server of it counts its own pages, PostgreSQL those of both."""
+    per_run = {}
+    for path in glob.glob(os.path.join(work, "cpu", "*__*__*.txt")):
+        setup, target, run = os.path.basename(path)[:-4].split("__")
+        readings = {}
+        for line in open(path):
+            parts = line.split()
+            if len(parts) == 3:
+                readings.setdefault(parts[1], {})[parts[0]] = float(parts[2])
+
+        def requests(name):
+            wrk_file = os.path.join(work, "wrk", f"{setup}__{name}__{run}.txt")
+            return parse_wrk(wrk_file).get("requests", 0) if os.path.exists(wrk_file) else 0
+
+        parts = {"kiv-server-a": requests(target + "-a"), "kiv-server-b": requests(target + "-b")}
+        total = requests(target) or sum(parts.values())
+        for label, reading in readings.items():
+            pages = parts.get(label) or total
+            if "before" in reading and "after" in reading and pages:
+                per_run.setdefault((setup, target), {}).setdefault(label, []).append(
+                    (reading["after"] - reading["before"]) * 1000 / pages)
+    return {key: {label: statistics.median(values) for label, values in labels.items()}
+            for key, labels in per_run.items()}
 
 
 FLOODS = [("slowloris", "200 slowloris connections (a byte a second)"),
@@ -201,6 +237,89 @@ unset multiplot
         return False
 
 
+def postgres_version():
+    try:
+        return subprocess.run(["psql", "--version"], capture_output=True, text=True).stdout.split()[-1]
+    except (OSError, IndexError):
+        return ""
+
+
+def postgres_section(wrk, cpu, floor):
+    """The PostgreSQL pages beside the PHP peer: lines of the section and rows of the targets."""
+    if not any(setup == "postgres" for setup, _ in wrk):
+        return [], []
+    lines, targets = [], []
+    add = lines.append
+
+    def entry(target):
+        return wrk.get(("postgres", target), {})
+
+    def cpu_ms(target, *labels):
+        values = [cpu.get(("postgres", target), {}).get(label) for label in labels]
+        return None if any(value is None for value in values) else sum(values)
+
+    add("## PostgreSQL through ODBC")
+    add("")
+    add(f"The same 25-row page (page 2 of {PAGE_CITY}) from PostgreSQL {postgres_version()} on this machine, in the")
+    add("same run: **kiv-server** (2 workers) through psqlODBC, against **php-fpm + nginx**: PHP 8.2 with")
+    add("PDO_PGSQL (persistent connections, prepared statements) in a static pool of 4 workers. Both read")
+    add("the same tables, each with one index on (City, Name), and compare the city exactly (the data")
+    add("source sets `KivCaseSensitiveText = yes`, so kiv-server writes `\"City\" = ?` as the PHP page")
+    add("does). CPU per page view is the CPU time each program's processes used during the measurement")
+    add("divided by the pages served (wrk's own is not counted); PostgreSQL's is its server processes'.")
+    add("")
+    add("| Table | Server | Requests/s (median) | p50 ms | p99 ms | Runs (requests/s) | Non-2xx / timeouts | "
+        "Server CPU ms/page | PostgreSQL CPU ms/page |")
+    add("|---|---|---:|---:|---:|---|---:|---:|---:|")
+    for table, title in PG_TABLES:
+        for prefix, server, labels in (("kiv", "kiv-server", ("kiv-server",)),
+                                       ("php", "php-fpm + nginx", ("php-fpm", "nginx"))):
+            target = f"{prefix}-{table}"
+            found = entry(target)
+            runs = ", ".join(fmt(v, 0 if v >= 100 else 2) for v in found.get("rps_all", []))
+            add(f"| {title} | {server} | {fmt(found.get('rps'), 1)} | {fmt(found.get('p50'), 2)} | "
+                f"{fmt(found.get('p99'), 2)} | {runs} | {found.get('errors', 0)} / {found.get('timeouts', 0)} | "
+                f"{fmt(cpu_ms(target, *labels), 3)} | {fmt(cpu_ms(target, 'postgres'), 3)} |")
+    add("")
+    for table, title in PG_TABLES:
+        kiv, php = entry(f"kiv-{table}").get("rps"), entry(f"php-{table}").get("rps")
+        same = floor.get(("postgres", f"php-bytes-{table}"), ["n/a"])[0]
+        add(f"- {title}: kiv-server against PHP **{ratio(kiv, php)}** the throughput; PostgreSQL CPU per page view "
+            f"{fmt(cpu_ms(f'kiv-{table}', 'postgres'), 3)} ms against {fmt(cpu_ms(f'php-{table}', 'postgres'), 3)} ms; "
+            f"the PHP page's bytes are **{same}** to kiv-server's.")
+    small, large = cpu_ms("kiv-People10k", "postgres"), cpu_ms("kiv-People", "postgres")
+    add(f"- PostgreSQL CPU per kiv-server page view: {fmt(small, 3)} ms for 10,000 rows, {fmt(large, 3)} ms for "
+        f"100,000 rows ({ratio(large, small)}).")
+    add("")
+    two_a, two_b = entry("kiv-two-a"), entry("kiv-two-b")
+    if two_a or two_b:
+        add("Two kiv-servers (2 workers each) on the one PostgreSQL at the same time, each loaded by its own")
+        add("wrk with half the connections, 100,000 rows:")
+        add("")
+        add("| Process | Requests/s (median) | p99 ms | CPU ms per page view |")
+        add("|---|---:|---:|---:|")
+        both = (two_a.get("rps") or 0) + (two_b.get("rps") or 0)
+        for label, found in (("kiv-server-a", two_a), ("kiv-server-b", two_b)):
+            add(f"| {label} | {fmt(found.get('rps'), 1)} | {fmt(found.get('p99'), 2)} | "
+                f"{fmt(cpu_ms('kiv-two', label), 3)} |")
+        add(f"| PostgreSQL (for both) | {fmt(both, 1)} | | {fmt(cpu_ms('kiv-two', 'postgres'), 3)} |")
+        add("")
+        add("Each page view costs one kiv-server its own CPU and PostgreSQL the same as with one server:")
+        add("capacity grows with machines until PostgreSQL's CPU runs out. On a machine of two cores both")
+        add("servers, PostgreSQL and the load generators share the cores, so the sum cannot grow here.")
+        add("")
+
+    kiv, php = entry("kiv-People").get("rps"), entry("php-People").get("rps")
+    met = kiv is not None and php is not None and kiv >= PG_THROUGHPUT_GOAL * php
+    targets.append(f"| 25-row page on PostgreSQL at least {PG_THROUGHPUT_GOAL}x PHP with PDO_PGSQL (100,000 rows) | "
+                   f"{ratio(kiv, php)} | {'met' if met else 'missed'} |")
+    spread = None if not small or large is None else abs(large - small) / small
+    targets.append(f"| PostgreSQL CPU per page view the same for 10,000 and 100,000 rows (within "
+                   f"{PG_CPU_SPREAD:.0%}) | {fmt(small, 3)} against {fmt(large, 3)} ms | "
+                   f"{'met' if spread is not None and spread <= PG_CPU_SPREAD else 'missed'} |")
+    return lines, targets
+
+
 def main():
     parser = argparse.ArgumentParser()
     parser.add_argument("--work", required=True)
@@ -238,12 +357,16 @@ def main():
     add("  `htmlspecialchars`, a `COUNT` query for the footer), a static pool of 4 workers behind nginx.")
     add("- **nginx static**: the bytes kiv-server rendered, served as a file: the ceiling.")
     add("- **sqlite3 -html**: the same queries in one `sqlite3` process on one core: the floor.")
+    add("- **PostgreSQL**: the 25-row page through ODBC against the same page in PHP with PDO_PGSQL, on")
+    add("  one PostgreSQL server, with the CPU each costs per page view (its own section).")
     add("")
     if chart:
         add("![25-row page, requests per second](benchmarks.png)")
         add("")
 
     for setup, title in SETUPS:
+        if not any(key[0] == setup for key in wrk):
+            continue  # a run of the PostgreSQL pages only
         add(f"## Setup: {title}")
         add("")
         php_bytes = floor.get((setup, "php-bytes"), ["n/a"])[0]
@@ -324,6 +447,10 @@ def main():
                 f"{', '.join(f'{kib / 1024:.1f}' for kib in entry['rss']) or 'n/a'} |")
         add("")
 
+    cpu = load_cpu(args.work)
+    pg_lines, pg_targets = postgres_section(wrk, cpu, floor)
+    lines.extend(pg_lines)
+
     if args.before:
         before = load_wrk(args.before)
         add("## Before and after")
@@ -360,6 +487,8 @@ def main():
     add("")
     targets = []
     for setup, title in SETUPS:
+        if not any(key[0] == setup for key in wrk):
+            continue
         kiv = get(setup, "kiv-page25", "rps")
         php = get(setup, "php-page25", "rps")
         met = kiv is not None and php is not None and kiv >= 2 * php
@@ -406,6 +535,7 @@ def main():
                 targets.append(f"| 25-row page keeps its throughput and its p99 falls ({title}) | "
                                f"{ratio(new['rps'], old['rps'])} the throughput, p99 {fmt(old.get('p99'), 2)} -> "
                                f"{fmt(new.get('p99'), 2)} ms | {'met' if kept and fell else 'missed'} |")
+    targets.extend(pg_targets)
     add("| Target | Measured | |")
     add("|---|---|---|")
     lines.extend(targets)

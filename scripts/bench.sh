@@ -2,14 +2,16 @@
 # End-to-end benchmark: kiv-server against the peers a site builder would pick instead, over
 # the same 100,000 people records, in one run on this machine, then docs/benchmarks.md.
 #
-#   scripts/bench.sh            the whole comparison (about 15 minutes on 2 cores)
+#   scripts/bench.sh            the whole comparison (about 20 minutes on 2 cores)
 #   scripts/bench.sh --quick    2 runs of 3 s each and a shorter memory run, to try the script
+#   scripts/bench.sh --postgres-only [--quick]    only the PostgreSQL pages (below)
 #
 # Settings (environment): BENCH_RUNS (3), BENCH_DURATION seconds per measurement (10),
 # BENCH_CONNECTIONS (16), BENCH_RECORDS (100000), BENCH_MEMORY_REQUESTS (100000),
 # BENCH_BUILD (build-bench), BENCH_WORK (<build>/bench-run), BENCH_PORT_BASE (18180),
 # BENCH_BEFORE (the work folder of an earlier run, say of an older revision, kept elsewhere:
-# the report then compares the 25-row page before and after).
+# the report then compares the 25-row page before and after), BENCH_DOCS (docs: where the
+# report goes; point it elsewhere for a trial).
 #
 # Pages, each over both index setups (separate indexes on City and Name; one on (City, Name)):
 #   page25    a 25-row search page: City = Lyon, ORDER BY Name, page 2, paging footer
@@ -21,9 +23,15 @@
 # Floods (one index on (City, Name)): 200 slowloris connections, 64 slow bodies, ten megabytes
 # of empty lines before a request line, 1,000 idle connections and 32 threads of wrong logins,
 # each while the 25-row page is probed 20 times (tests/e2e/hostile_clients.py): the latency of
-# every probe and the workers' memory. The peers are installed here from
-# Debian's packages; nothing else in the project needs them. Everything listens on
-# 127.0.0.1 only and is stopped at the end.
+# every probe and the workers' memory.
+# PostgreSQL: the same 25-row page through ODBC (psqlODBC, the data source comparing text
+# exactly, as the PHP page does) from tables of 100,000 and 10,000 people with one index on
+# (City, Name), against the same page in PHP with PDO_PGSQL under php-fpm on the same server and
+# tables; the CPU that kiv-server, php-fpm, nginx and PostgreSQL spend per page view; then two
+# kiv-servers on the one PostgreSQL at once, with the CPU of each. PostgreSQL is the ODBC
+# tests' fixture server (tests/odbc/odbc-fixture.sh: a free loopback port, data under /tmp).
+# The peers are installed here from Debian's packages; nothing else in the project needs
+# them. Everything listens on 127.0.0.1 only and is stopped at the end.
 set -euo pipefail
 
 ROOT=$(cd "$(dirname "$0")/.." && pwd)
@@ -35,12 +43,25 @@ CONNECTIONS=${BENCH_CONNECTIONS:-16}
 RECORDS=${BENCH_RECORDS:-100000}
 MEMORY_REQUESTS=${BENCH_MEMORY_REQUESTS:-100000}
 PORT_BASE=${BENCH_PORT_BASE:-18180}
-if [[ ${1:-} == --quick ]]; then
-    RUNS=2 DURATION=3 MEMORY_REQUESTS=20000
-fi
+DOCS=${BENCH_DOCS:-$ROOT/docs}
+PARTS=all
+for argument in "$@"; do
+    case $argument in
+    --quick) RUNS=2 DURATION=3 MEMORY_REQUESTS=20000 ;;
+    --postgres-only) PARTS=postgres ;;
+    *)
+        echo "usage: $0 [--quick] [--postgres-only]" >&2
+        exit 2
+        ;;
+    esac
+done
 KIV_PORT=$((PORT_BASE + 1))
 NGINX_PORT=$((PORT_BASE + 2))
 PHP_PORT=$((PORT_BASE + 3))
+PG_KIV_PORT=$((PORT_BASE + 4))
+PG_KIV2_PORT=$((PORT_BASE + 5))
+PG_TABLES=(People People10k)
+PG_SOURCE=KivPostgresExact # the fixture's source that compares text exactly
 SETUPS=(separate city-name)
 CITY=Lyon
 
@@ -51,8 +72,9 @@ install_peers() {
     for program in php-fpm8.2 nginx wrk gnuplot sqlite3 curl; do
         command -v "$program" >/dev/null || [[ -x /usr/sbin/$program ]] || missing=1
     done
+    php -m 2>/dev/null | grep -qx pdo_pgsql || missing=1
     ((missing)) || return 0
-    log "installing the peers (php-fpm, php-sqlite3, nginx, wrk, gnuplot)"
+    log "installing the peers (php-fpm, php-sqlite3, php-pgsql, nginx, wrk, gnuplot)"
     export DEBIAN_FRONTEND=noninteractive
     # policy-rc.d keeps the packages from starting their system services.
     local policy=/usr/sbin/policy-rc.d created=0
@@ -60,7 +82,7 @@ install_peers() {
         printf '#!/bin/sh\nexit 101\n' >"$policy" && chmod +x "$policy" && created=1
     fi
     apt-get update -q >/dev/null
-    apt-get install -y -q php-fpm php-sqlite3 nginx wrk gnuplot-nox sqlite3 curl >/dev/null
+    apt-get install -y -q php-fpm php-sqlite3 php-pgsql nginx wrk gnuplot-nox sqlite3 curl >/dev/null
     ((created)) && rm -f "$policy"
     return 0
 }
@@ -71,9 +93,12 @@ build() {
     ninja -C "$BUILD" kiv-server kivdatabase kiv-bench-load >/dev/null
 }
 
-make_data() {
+make_csv() {
     log "generating $RECORDS people records"
     "$BUILD/bench/kiv-bench-load" csv "$WORK/people.csv" "$RECORDS"
+}
+
+make_data() {
     for setup in "${SETUPS[@]}"; do
         "$BUILD/bench/kiv-bench-load" load "$WORK/data-$setup" People "$WORK/people.csv" "$setup"
         # The search tag caps its page at this preference; the 10,000-row page needs it raised.
@@ -103,7 +128,7 @@ stop_servers() {
     done
     PIDS=()
 }
-trap stop_servers EXIT
+trap 'stop_servers; stop_postgres' EXIT
 
 wait_for() { # url
     for _ in $(seq 100); do
@@ -114,19 +139,41 @@ wait_for() { # url
     return 1
 }
 
+# The PHP page over a PDO data source name, user (PHP), persistent (PHP), table and ID column.
+php_page() { # dsn user persistent table id
+    sed -e "s|@DSN@|$1|" -e "s|@USER@|$2|" -e "s|@PERSISTENT@|$3|" -e "s|@TABLE@|$4|g" -e "s|@ID@|$5|" \
+        "$ROOT/bench/peers/page25.php"
+}
+
+# Whether two pages' bytes are the same, as a word in $WORK/floor/<name>.txt.
+compare_bytes() { # name file file
+    if cmp -s "$2" "$3"; then
+        echo identical >"$WORK/floor/$1.txt"
+    else
+        echo different >"$WORK/floor/$1.txt"
+    fi
+}
+
+# php-fpm and nginx for the PHP pages in $WORK/php; their masters in PHP_PID and NGINX_PID.
+start_peers() {
+    sed -e "s|@WORK@|$WORK|g" -e "s|@PHP_PORT@|$PHP_PORT|g" "$ROOT/bench/peers/php-fpm.conf.in" >"$WORK/php/php-fpm.conf"
+    php-fpm8.2 -R -F -y "$WORK/php/php-fpm.conf" &
+    PHP_PID=$!
+    PIDS+=($!)
+    sed -e "s|@WORK@|$WORK|g" -e "s|@PHP_PORT@|$PHP_PORT|g" -e "s|@NGINX_PORT@|$NGINX_PORT|g" \
+        "$ROOT/bench/peers/nginx.conf.in" >"$WORK/nginx/nginx.conf"
+    nginx -p "$WORK/nginx" -c "$WORK/nginx/nginx.conf" &
+    NGINX_PID=$!
+    PIDS+=($!)
+}
+
 start_servers() { # setup
     local setup=$1
     "$BUILD/server/kiv-server" serve --root "$WORK/site" --data "$WORK/data-$setup" --listen 127.0.0.1 \
         --port "$KIV_PORT" --workers 2 --server-log "$WORK/logs/kiv-$setup.log" --access-log /dev/null &
     PIDS+=($!)
-    sed "s|@DATABASE@|$WORK/peer-$setup.sqlite|" "$ROOT/bench/peers/page25.php" >"$WORK/php/page25.php"
-    sed -e "s|@WORK@|$WORK|g" -e "s|@PHP_PORT@|$PHP_PORT|g" "$ROOT/bench/peers/php-fpm.conf.in" >"$WORK/php/php-fpm.conf"
-    php-fpm8.2 -R -F -y "$WORK/php/php-fpm.conf" &
-    PIDS+=($!)
-    sed -e "s|@WORK@|$WORK|g" -e "s|@PHP_PORT@|$PHP_PORT|g" -e "s|@NGINX_PORT@|$NGINX_PORT|g" \
-        "$ROOT/bench/peers/nginx.conf.in" >"$WORK/nginx/nginx.conf"
-    nginx -p "$WORK/nginx" -c "$WORK/nginx/nginx.conf" &
-    PIDS+=($!)
+    php_page "sqlite:$WORK/peer-$setup.sqlite" null false people id >"$WORK/php/page25.php"
+    start_peers
     wait_for "http://127.0.0.1:$KIV_PORT/page25.html"
     wait_for "http://127.0.0.1:$NGINX_PORT/page25.php"
 }
@@ -205,11 +252,129 @@ micro_benchmarks() {
     done
 }
 
+PG_BIN=$(ls -d /usr/lib/postgresql/*/bin 2>/dev/null | sort -V | tail -n 1 || true)
+PG_PORT=
+PG_PID=
+
+pg_sql() {
+    "$PG_BIN/psql" -h 127.0.0.1 -p "$PG_PORT" -U kiv -d kivtest -X -q -v ON_ERROR_STOP=1 -f - >/dev/null
+}
+
+# The fixture's PostgreSQL with the people in two tables, each with one index on (City, Name).
+start_postgres() {
+    log "postgres: starting PostgreSQL, loading $RECORDS and 10,000 people"
+    bash "$ROOT/tests/odbc/odbc-fixture.sh" start "$WORK/pg" >"$WORK/logs/pg-fixture.log"
+    PG_PORT=$(cat "$WORK/pg/pg-port")
+    PG_PID=$(head -n 1 "$(cat "$WORK/pg/pgdata-path")/cluster/postmaster.pid")
+    head -n 10001 "$WORK/people.csv" >"$WORK/people10k.csv"
+    local table csv
+    for table in "${PG_TABLES[@]}"; do
+        csv=$WORK/people.csv
+        [[ $table == People10k ]] && csv=$WORK/people10k.csv
+        pg_sql <<SQL
+CREATE TABLE "$table" ("KIVIDFIELD" SERIAL PRIMARY KEY, "Name" VARCHAR(80) NOT NULL, "City" VARCHAR(80) NOT NULL,
+                       "Age" INTEGER NOT NULL, "Email" VARCHAR(80) NOT NULL, "Phone" VARCHAR(80) NOT NULL);
+\copy "$table" ("Name", "City", "Age", "Email", "Phone") FROM '$csv' WITH (FORMAT csv, HEADER true)
+CREATE INDEX "${table}_city_name" ON "$table" ("City", "Name");
+VACUUM ANALYZE "$table";
+SQL
+    done
+}
+
+stop_postgres() {
+    if [[ -n $PG_PORT ]]; then
+        bash "$ROOT/tests/odbc/odbc-fixture.sh" stop "$WORK/pg" >/dev/null
+    fi
+    PG_PORT=
+}
+
+# A kiv-server over the PostgreSQL pages; its master's pid in the variable named by $1.
+start_pg_kiv() { # variable port name
+    mkdir -p "$WORK/data-pg-$3"
+    ODBCSYSINI=$WORK/pg ODBCINI=$WORK/pg/odbc.ini "$BUILD/server/kiv-server" serve --root "$WORK/site-pg" \
+        --data "$WORK/data-pg-$3" --listen 127.0.0.1 --port "$2" --workers 2 \
+        --server-log "$WORK/logs/kiv-pg-$3.log" --access-log /dev/null &
+    PIDS+=($!)
+    printf -v "$1" '%s' "$!"
+    wait_for "http://127.0.0.1:$2/People.html?city=$CITY&page=2"
+}
+
+# CPU seconds of the labelled process trees before and after one measurement, in
+# $WORK/cpu/<setup>__<target>__<run>.txt ("before LABEL SECONDS", "after LABEL SECONDS").
+cpu_reading() { # before|after file label=pid...
+    local when=$1 file=$2
+    shift 2
+    python3 "$ROOT/bench/proc_cpu.py" "$@" | sed "s/^/$when /" >>"$file"
+}
+
+measure_cpu() { # setup target run url label=pid...
+    local setup=$1 target=$2 run=$3 url=$4 file="$WORK/cpu/$1__$2__$3.txt"
+    shift 4
+    : >"$file"
+    cpu_reading before "$file" "$@"
+    measure "$setup" "$target" "$run" "$url" "$CONNECTIONS"
+    cpu_reading after "$file" "$@"
+}
+
+postgres_pages() {
+    start_postgres
+    mkdir -p "$WORK/site-pg"
+    local table
+    for table in "${PG_TABLES[@]}"; do
+        sed "s|databaseName=\"People\"|databaseName=\"$table\" odbcDataSource=\"$PG_SOURCE\" odbcUsername=\"kiv\"|" \
+            "$ROOT/bench/site/page25.html" >"$WORK/site-pg/$table.html"
+        php_page "pgsql:host=127.0.0.1;port=$PG_PORT;dbname=kivtest" "'kiv'" true "$table" KIVIDFIELD \
+            >"$WORK/php/$table.php"
+    done
+    log "postgres: starting kiv-server, php-fpm and nginx"
+    local kiv_a kiv_b
+    start_pg_kiv kiv_a "$PG_KIV_PORT" a
+    start_peers
+    wait_for "http://127.0.0.1:$NGINX_PORT/People.php?city=$CITY&page=2"
+    local query="city=$CITY&page=2"
+    for table in "${PG_TABLES[@]}"; do
+        curl -s "http://127.0.0.1:$PG_KIV_PORT/$table.html?$query" >"$WORK/static/pg-$table.html"
+        curl -s "http://127.0.0.1:$NGINX_PORT/$table.php?$query" >"$WORK/php/pg-$table.out"
+        compare_bytes "postgres__php-bytes-$table" "$WORK/static/pg-$table.html" "$WORK/php/pg-$table.out"
+    done
+    for run in $(seq "$RUNS"); do
+        for table in "${PG_TABLES[@]}"; do
+            log "postgres: run $run of $RUNS, $table"
+            measure_cpu postgres "kiv-$table" "$run" "http://127.0.0.1:$PG_KIV_PORT/$table.html?$query" \
+                kiv-server="$kiv_a" postgres="$PG_PID"
+            measure_cpu postgres "php-$table" "$run" "http://127.0.0.1:$NGINX_PORT/$table.php?$query" \
+                php-fpm="$PHP_PID" nginx="$NGINX_PID" postgres="$PG_PID"
+        done
+    done
+    # Two kiv-servers on the one PostgreSQL, each loaded by its own wrk at the same time.
+    start_pg_kiv kiv_b "$PG_KIV2_PORT" b
+    local half=$(((CONNECTIONS + 1) / 2))
+    for run in $(seq "$RUNS"); do
+        log "postgres: run $run of $RUNS, two kiv-servers"
+        local file="$WORK/cpu/postgres__kiv-two__$run.txt"
+        : >"$file"
+        cpu_reading before "$file" kiv-server-a="$kiv_a" kiv-server-b="$kiv_b" postgres="$PG_PID"
+        measure postgres kiv-two-a "$run" "http://127.0.0.1:$PG_KIV_PORT/People.html?$query" "$half" &
+        local first=$!
+        measure postgres kiv-two-b "$run" "http://127.0.0.1:$PG_KIV2_PORT/People.html?$query" "$half"
+        wait "$first"
+        cpu_reading after "$file" kiv-server-a="$kiv_a" kiv-server-b="$kiv_b" postgres="$PG_PID"
+    done
+    stop_servers
+    stop_postgres
+}
+
 main() {
     install_peers
     build
     rm -rf "$WORK"
-    mkdir -p "$WORK"/{site,static,php,nginx,logs,wrk,rss,floor,floods}
+    mkdir -p "$WORK"/{site,static,php,nginx,logs,wrk,rss,floor,floods,cpu}
+    make_csv
+    if [[ $PARTS == postgres ]]; then
+        postgres_pages
+        report
+        return
+    fi
     make_data
     local page25="page25.html?city=$CITY&page=2"
     local sql25="SELECT Name, City, Age, Email, Phone FROM people WHERE City = '$CITY' ORDER BY Name, id LIMIT 25 OFFSET 25;"
@@ -220,18 +385,10 @@ main() {
         # The ceiling serves exactly the bytes kiv-server renders; the PHP page should match them.
         curl -s "http://127.0.0.1:$KIV_PORT/$page25" >"$WORK/static/page25.html"
         curl -s "http://127.0.0.1:$NGINX_PORT/page25.php?city=$CITY&page=2" >"$WORK/php/page25-$setup.out"
-        if cmp -s "$WORK/static/page25.html" "$WORK/php/page25-$setup.out"; then
-            echo identical >"$WORK/floor/${setup}__php-bytes.txt"
-        else
-            echo different >"$WORK/floor/${setup}__php-bytes.txt"
-        fi
+        compare_bytes "${setup}__php-bytes" "$WORK/static/page25.html" "$WORK/php/page25-$setup.out"
         curl -s "http://127.0.0.1:$KIV_PORT/rows10000.html" >"$WORK/static/rows10000-$setup.html"
         sqlite3 -html "$WORK/peer-$setup.sqlite" "$sql10k" >"$WORK/floor/rows10000-$setup.html"
-        if cmp -s "$WORK/static/rows10000-$setup.html" "$WORK/floor/rows10000-$setup.html"; then
-            echo identical >"$WORK/floor/${setup}__rows10000-bytes.txt"
-        else
-            echo different >"$WORK/floor/${setup}__rows10000-bytes.txt"
-        fi
+        compare_bytes "${setup}__rows10000-bytes" "$WORK/static/rows10000-$setup.html" "$WORK/floor/rows10000-$setup.html"
         record_memory "$setup" start
         for run in $(seq "$RUNS"); do
             log "setup $setup: run $run of $RUNS"
@@ -253,9 +410,15 @@ main() {
         sqlite_floor "$setup" sqlite-page25 2000 "$sql25"
         sqlite_floor "$setup" sqlite-rows10000 20 "$sql10k"
     done
+    postgres_pages
     micro_benchmarks
-    log "writing docs/benchmarks.md and docs/benchmarks.png"
-    python3 "$ROOT/bench/report.py" --work "$WORK" --docs "$ROOT/docs" --notes "$ROOT/bench/profile-notes.md" \
+    report
+}
+
+report() {
+    log "writing $DOCS/benchmarks.md and $DOCS/benchmarks.png"
+    mkdir -p "$DOCS"
+    python3 "$ROOT/bench/report.py" --work "$WORK" --docs "$DOCS" --notes "$ROOT/bench/profile-notes.md" \
         --settings "runs=$RUNS duration=${DURATION}s connections=$CONNECTIONS records=$RECORDS" \
         ${BENCH_BEFORE:+--before "$BENCH_BEFORE"}
 }

@@ -1,16 +1,18 @@
 <?php
-// The 25-row page as a PHP developer writes it: PDO SQLite, prepared statements, every value
-// through htmlspecialchars, the paging footer computed from a COUNT query.
+// The 25-row page as a PHP developer writes it: PDO, prepared statements, every value through
+// htmlspecialchars, the paging footer computed from a COUNT query. scripts/bench.sh fills in
+// the database: SQLite's file, or PostgreSQL (PDO_PGSQL) with the table kiv-server reads,
+// over a persistent connection per php-fpm worker as kiv-server's workers keep theirs.
 $city = isset($_GET['city']) ? (string)$_GET['city'] : '';
 $page = isset($_GET['page']) ? max(1, (int)$_GET['page']) : 1;
 $perPage = 25;
 
-$db = new PDO('sqlite:@DATABASE@', null, null, [PDO::ATTR_ERRMODE => PDO::ERRMODE_EXCEPTION]);
-$count = $db->prepare('SELECT COUNT(*) FROM people WHERE City = ?');
+$db = new PDO('@DSN@', @USER@, null, [PDO::ATTR_ERRMODE => PDO::ERRMODE_EXCEPTION, PDO::ATTR_PERSISTENT => @PERSISTENT@]);
+$count = $db->prepare('SELECT COUNT(*) FROM "@TABLE@" WHERE "City" = ?');
 $count->execute([$city]);
 $total = (int)$count->fetchColumn();
 
-$select = $db->prepare('SELECT Name, City, Age, Email, Phone FROM people WHERE City = ? ORDER BY Name, id LIMIT ? OFFSET ?');
+$select = $db->prepare('SELECT "Name", "City", "Age", "Email", "Phone" FROM "@TABLE@" WHERE "City" = ? ORDER BY "Name", "@ID@" LIMIT ? OFFSET ?');
 $select->bindValue(1, $city);
 $select->bindValue(2, $perPage, PDO::PARAM_INT);
 $select->bindValue(3, ($page - 1) * $perPage, PDO::PARAM_INT);

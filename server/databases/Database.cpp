@@ -40,7 +40,9 @@ std::string whyNotConvertible(const FieldDefinition& conversion)
 } // namespace
 
 Database::Database(std::unique_ptr<Table> table, const FilePolicy& files, DatabaseEvents events)
-    : myTable(std::move(table)), myFiles(files), myEvents(std::move(events))
+    : myTable(std::move(table)), myFiles(files), myEvents(std::move(events)),
+      myLoader([this](const RowKey& key, const std::vector<FieldValue>* values)
+               { return loadRow(key, values); })
 {
 }
 
@@ -215,9 +217,11 @@ uint32_t Database::convert(size_t index, const InputValue& value, FieldValue& st
     return result::kTypeMismatch;
 }
 
-bool Database::loadRow(const RowKey& key)
+bool Database::loadRow(const RowKey& key, const std::vector<FieldValue>* values)
 {
-    if (!myTable->readRow(key, myRecord.values))
+    if (values)
+        myRecord.values = *values; // read with the window of results
+    else if (!myTable->readRow(key, myRecord.values))
         return false;
     myRecord.valid = true;
     myRecord.isNew = false;
@@ -226,8 +230,19 @@ bool Database::loadRow(const RowKey& key)
     return true;
 }
 
+uint32_t Database::settleCursor()
+{
+    // The record a moveFirst went to is read when it is first needed; none left: no record.
+    if (!myResults.pending())
+        return kKivResult_Success;
+    const uint32_t code = guarded([&]() { return myResults.settle(myLoader); });
+    return code == kKivResult_EndOfFile ? uint32_t(kKivResult_Success) : code;
+}
+
 uint32_t Database::createRecord()
 {
+    if (const uint32_t code = settleCursor(); code != kKivResult_Success)
+        return code;
     myRecord.valid = true;
     myRecord.isNew = true;
     myRecord.key = RowKey();
@@ -241,6 +256,8 @@ uint32_t Database::setValue(std::string_view fieldName, const InputValue& value)
     const auto index = fieldIndex(fieldName);
     if (!index)
         return fieldNotFound(fieldName);
+    if (const uint32_t code = settleCursor(); code != kKivResult_Success)
+        return code;
     if (!myRecord.valid)
         return fail(result::kNoCurrentRecord,
                     "There is no record to set a value in: create a record or move to one.");
@@ -261,6 +278,8 @@ uint32_t Database::getValue(std::string_view fieldName, const FieldDefinition*& 
     const auto index = fieldIndex(fieldName);
     if (!index)
         return fieldNotFound(fieldName);
+    if (const uint32_t code = settleCursor(); code != kKivResult_Success)
+        return code;
     if (!myRecord.valid)
         return fail(result::kNoCurrentRecord,
                     "There is no current record: search and move to a record first.");
@@ -293,6 +312,8 @@ uint32_t Database::addRecord()
 
 uint32_t Database::updateRecord()
 {
+    if (const uint32_t code = settleCursor(); code != kKivResult_Success)
+        return code;
     if (!myRecord.valid || myRecord.isNew)
         return fail(result::kNoCurrentRecord, "Move to a record before updating it.");
     // Only the fields set since the record was read are written, so two requests that change
@@ -438,7 +459,10 @@ uint32_t Database::moveFirst()
         [&]()
         {
             ensureResults();
-            return myResults.moveFirst([this](const RowKey& key) { return loadRow(key); });
+            const uint32_t code = myResults.moveFirst();
+            if (code == kKivResult_Success)
+                myRecord = Record(); // until the record is read
+            return code;
         });
 }
 
@@ -448,7 +472,7 @@ uint32_t Database::moveLast()
         [&]()
         {
             ensureResults();
-            return myResults.moveLast([this](const RowKey& key) { return loadRow(key); });
+            return myResults.moveLast(myLoader);
         });
 }
 
@@ -456,15 +480,14 @@ uint32_t Database::moveNext()
 {
     if (!myResults.positioned())
         return moveFirst();
-    return guarded([&]() { return myResults.moveNext([this](const RowKey& key) { return loadRow(key); }); });
+    return guarded([&]() { return myResults.moveNext(myLoader); });
 }
 
 uint32_t Database::movePrevious()
 {
     if (!myResults.positioned())
         return moveLast();
-    return guarded([&]()
-                   { return myResults.movePrevious([this](const RowKey& key) { return loadRow(key); }); });
+    return guarded([&]() { return myResults.movePrevious(myLoader); });
 }
 
 uint32_t Database::jump(uint32_t offset)
@@ -473,22 +496,21 @@ uint32_t Database::jump(uint32_t offset)
         [&]()
         {
             ensureResults();
-            return myResults.jump(offset, [this](const RowKey& key) { return loadRow(key); });
+            return myResults.jump(offset, myLoader);
         });
 }
 
 uint32_t Database::moveTo(const InputValue& uniqueID)
 {
-    return withRowsOf(
-        uniqueID,
-        [&](const std::vector<RowKey>& rows)
-        {
-            ensureResults();
-            if (myResults.moveToKey(rows.front(), [this](const RowKey& key) { return loadRow(key); }))
-                return uint32_t(kKivResult_Success);
-            return fail(result::kRecordNotFound,
-                        "The record is not among the results of the current search.");
-        });
+    return withRowsOf(uniqueID,
+                      [&](const std::vector<RowKey>& rows)
+                      {
+                          ensureResults();
+                          if (myResults.moveToKey(rows.front(), myLoader))
+                              return uint32_t(kKivResult_Success);
+                          return fail(result::kRecordNotFound,
+                                      "The record is not among the results of the current search.");
+                      });
 }
 
 uint32_t Database::exportRecords(std::string_view file, std::string_view fieldList, uint32_t& count)

@@ -98,7 +98,8 @@ private:
     template <typename Operation> uint32_t guarded(Operation&& operation);
     uint32_t convert(size_t index, const InputValue& value, FieldValue& stored, std::string& why) const;
     std::vector<FieldValue> defaultValues() const;
-    bool loadRow(const RowKey& key);
+    bool loadRow(const RowKey& key, const std::vector<FieldValue>* values = nullptr);
+    uint32_t settleCursor();
     uint32_t keyOf(const InputValue& uniqueID, FieldValue& key);
     // Runs `action` on the rows whose unique ID is `uniqueID`; 'MRNF' when there are none.
     uint32_t withRowsOf(const InputValue& uniqueID,
@@ -117,6 +118,7 @@ private:
     std::string myMessage;
     Record myRecord;
     ResultCursor myResults;
+    ResultCursor::RowLoader myLoader;
     bool mySearchActive = false;
 };
 

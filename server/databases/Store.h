@@ -46,6 +46,15 @@ public:
     // Answers false when the data changed since the count, so that the window may not hold the
     // records the count saw; the cursor then reads every key at once and keeps them.
     virtual bool fetch(size_t offset, size_t limit, std::vector<RowKey>& keys) = 0;
+    // The same window with the rows' values, one per key, for a store that reads them in the
+    // same round trip as the keys (a data source); by default only the keys, and the cursor
+    // reads each row by its key as it gets there.
+    virtual bool fetchRows(size_t offset, size_t limit, std::vector<RowKey>& keys,
+                           std::vector<std::vector<FieldValue>>& rows)
+    {
+        rows.clear();
+        return fetch(offset, limit, keys);
+    }
 };
 
 // Rolls back unless committed.

@@ -53,6 +53,11 @@ TEST_P(OdbcSearchTest, TextComparisonsIgnoreCaseUnlessTheDataSourceOptsOut)
     EXPECT_EQ(names("City BEGINSWITH 'BER' AND Qty < 3"),
               (std::vector<std::string>{"Person 100", "Person 102"}));
     EXPECT_EQ(names("City > 'PARIS' ORDER BY Qty").front(), "Person 103") << "Rome";
+    // A record without a city is not in Paris, so NOT finds it.
+    ASSERT_EQ(addRecord(*db, {{"Name", "Nowhere"}}), 0u);
+    EXPECT_EQ(column(*db, "City = 'paris'", "City").size(), 10u);
+    EXPECT_EQ(names("NOT City = 'Paris' AND Name BEGINSWITH 'No'"), (std::vector<std::string>{"Nowhere"}));
+    EXPECT_EQ(names("City = '' AND Name BEGINSWITH 'No'"), (std::vector<std::string>{"Nowhere"}));
     // "KivCaseSensitiveText = yes" in odbc.ini: columns the driver calls case-sensitive compare
     // as they are.
     auto exact = connectService(folder.path(), source() + "Exact");
@@ -89,6 +94,38 @@ TEST_P(OdbcSearchTest, PagingWithJumpAndTheCursorEnds)
     EXPECT_EQ(resultCount(*db), 25u);
     ASSERT_EQ(db->jump(24), 0u);
     EXPECT_EQ(text(*db, "Name"), "Person 124");
+}
+
+TEST_P(OdbcSearchTest, WindowsOfRowsServeWalksAndJumpsAcrossManyWindows)
+{
+    // 300 more records, so that walks cross windows of 64, 128 and 256 rows.
+    std::string values;
+    for (int i = 0; i < 300; ++i)
+        values += std::string(values.empty() ? "" : ", ") + "('W" + std::to_string(1000 + i) + "', " +
+                  std::to_string(1000 + (i * 7) % 300) + ")";
+    runDirectly(source(), "INSERT INTO \"" + table + "\" (\"Name\", \"Qty\") VALUES " + values);
+    ASSERT_EQ(db->executeSearch("Qty >= 1000 ORDER BY Qty DESC"), 0u);
+    ASSERT_EQ(resultCount(*db), 300u);
+    std::vector<std::string> forward;
+    for (uint32_t move = db->moveFirst(); move == 0; move = db->moveNext())
+        forward.push_back(text(*db, "Qty"));
+    ASSERT_EQ(forward.size(), 300u);
+    for (size_t i = 0; i < forward.size(); ++i)
+        ASSERT_EQ(forward[i], std::to_string(1299 - i)) << i;
+    std::vector<std::string> backward;
+    for (uint32_t move = db->moveLast(); move == 0; move = db->movePrevious())
+        backward.push_back(text(*db, "Qty"));
+    EXPECT_EQ(backward, std::vector<std::string>(forward.rbegin(), forward.rend()));
+    // A jump right after moveFirst, as the search tag pages, and jumps back and forth.
+    ASSERT_EQ(db->executeSearch("Qty >= 1000 ORDER BY Qty"), 0u);
+    ASSERT_EQ(db->moveFirst(), 0u);
+    for (const uint32_t offset : {250u, 25u, 63u, 64u, 299u, 0u})
+    {
+        ASSERT_EQ(db->jump(offset), 0u) << offset;
+        EXPECT_EQ(text(*db, "Qty"), std::to_string(1000 + offset)) << offset;
+    }
+    EXPECT_EQ(db->jump(300), kKivResult_EndOfFile);
+    EXPECT_EQ(text(*db, "Qty"), "1000") << "the cursor stays where it was";
 }
 
 TEST_P(OdbcSearchTest, DeletedRecordsArePassedOverAndLongTextIsNotOrdered)

@@ -50,7 +50,7 @@ esac
 
 mkdir -p "$folder"
 stop_server # whatever an interrupted run left behind
-rm -f "$folder"/sqlite.db*
+rm -f "$folder"/sqlite.db* "$folder/sqlite-trace.log"
 
 for driver in libsqlite3odbc.so psqlodbca.so; do
     if [[ ! -f "$driverFolder/$driver" ]]; then
@@ -114,7 +114,9 @@ Port=$port
 Database=kivtest
 BoolsAsChar=0
 ConnSettings=SET client_encoding TO 'LATIN1'"
-# Each source twice: as it is, and opted out of case-insensitive text ("...Exact").
+# Each source twice: as it is, and opted out of case-insensitive text ("...Exact"); PostgreSQL
+# with a pool of two connections and with a pool size that is not a number; SQLite with the
+# driver's trace of every statement it runs.
 cat >"$folder/odbc.ini" <<INI
 [KivSqlite]
 $sqliteSource
@@ -129,6 +131,18 @@ KivCaseSensitiveText=yes
 [KivPostgresExact]
 $postgresSource
 KivCaseSensitiveText=yes
+
+[KivPostgresPool2]
+$postgresSource
+KivPoolSize=2
+
+[KivPostgresBadPool]
+$postgresSource
+KivPoolSize=plenty
+
+[KivSqliteTraced]
+$sqliteSource
+Tracefile=$folder/sqlite-trace.log
 INI
 echo "$port" >"$folder/pg-port"
 echo "odbc fixture: PostgreSQL on 127.0.0.1:$port, data in $data"

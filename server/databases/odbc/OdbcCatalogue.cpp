@@ -37,8 +37,8 @@ public:
                                message = "No database named \"" + name + "\" exists.";
                                return result::kDatabaseNotFound;
                            }
-                           Statement drop(myLease->connection());
-                           drop.execute("DROP TABLE " + quote(*stored));
+                           myLease->executeOnce("DROP TABLE " + quote(*stored));
+                           myLease->schemaChanged();
                            return kKivResult_Success;
                        });
     }
@@ -48,7 +48,7 @@ public:
         return guarded(message,
                        [&]() -> uint32_t
                        {
-                           names = tables();
+                           names = myLease->tables();
                            return kKivResult_Success;
                        });
     }
@@ -75,9 +75,8 @@ public:
                                message = "No database named \"" + request.name + "\" exists.";
                                return result::kDatabaseNotFound;
                            }
-                           auto opened = std::make_unique<OdbcTable>(myLease, *stored);
-                           opened->load(request.uniqueIDFieldName);
-                           table = std::move(opened);
+                           table = std::make_unique<OdbcTable>(myLease, myLease->describe(*stored),
+                                                               request.uniqueIDFieldName);
                            return kKivResult_Success;
                        });
     }
@@ -159,38 +158,7 @@ private:
         return quoteIdentifier(myLease->traits(), identifier);
     }
 
-    std::vector<std::string> tables()
-    {
-        Statement list(myLease->connection());
-        char tableType[] = "TABLE";
-        char everything[] = "%";
-        list.check(SQLTables(list.get(), nullptr, 0, nullptr, 0, reinterpret_cast<SQLCHAR*>(everything),
-                             SQL_NTS, reinterpret_cast<SQLCHAR*>(tableType), SQL_NTS),
-                   "Listing the tables");
-        std::vector<std::string> names;
-        while (list.fetch())
-        {
-            list.text(1);
-            list.text(2);
-            const std::string name = list.text(3).value_or("");
-            if (name.empty() || name.rfind("sqlite_", 0) == 0)
-                continue; // SQLite's own bookkeeping
-            if (std::none_of(names.begin(), names.end(),
-                             [&](const std::string& known) { return known == name; }))
-                names.push_back(name);
-        }
-        std::sort(names.begin(), names.end(),
-                  [](const std::string& a, const std::string& b) { return compareFolded(a, b) < 0; });
-        return names;
-    }
-
-    std::optional<std::string> resolve(const std::string& name)
-    {
-        for (const auto& table : tables())
-            if (compareFolded(table, name) == 0)
-                return table;
-        return std::nullopt;
-    }
+    std::optional<std::string> resolve(const std::string& name) { return myLease->findTable(name); }
 
     // The unique ID column: an integer whose values the data source hands out.
     std::string uniqueIDDefinition() const
@@ -224,9 +192,9 @@ private:
                                message = "A database named \"" + name + "\" already exists.";
                                return result::kDatabaseExists;
                            }
-                           Statement create(myLease->connection());
-                           create.execute("CREATE TABLE " + quote(name) + " (" + quote(uniqueID) + " " +
-                                          uniqueIDDefinition() + ")");
+                           myLease->executeOnce("CREATE TABLE " + quote(name) + " (" + quote(uniqueID) + " " +
+                                                uniqueIDDefinition() + ")");
+                           myLease->schemaChanged();
                            return kKivResult_Success;
                        });
     }

@@ -15,13 +15,21 @@ bool failed(SQLRETURN rc)
     return rc != SQL_SUCCESS && rc != SQL_SUCCESS_WITH_INFO && rc != SQL_NO_DATA;
 }
 
-[[noreturn]] void raise(SQLSMALLINT type, SQLHANDLE handle, const char* what)
+bool connectionDead(SQLHDBC connection)
+{
+    SQLUINTEGER dead = SQL_CD_FALSE;
+    return SQL_SUCCEEDED(SQLGetConnectAttr(connection, SQL_ATTR_CONNECTION_DEAD, &dead, 0, nullptr)) &&
+           dead == SQL_CD_TRUE;
+}
+
+// `connection`: the connection the handle belongs to, asked whether the failure ended it.
+[[noreturn]] void raise(SQLSMALLINT type, SQLHANDLE handle, const char* what, SQLHDBC connection)
 {
     std::string state;
     std::string text = describeDiagnostics(type, handle, &state);
     if (text.empty())
         text = std::string(what) + " failed without a diagnostic from the driver.";
-    throw OdbcError(state, text);
+    throw OdbcError(state, text, connection != SQL_NULL_HDBC && connectionDead(connection));
 }
 
 struct Environment
@@ -72,7 +80,7 @@ SQLHENV environmentHandle()
 Connection::Connection(const std::string& dataSource, const std::string& user, const std::string& password)
 {
     if (!SQL_SUCCEEDED(SQLAllocHandle(SQL_HANDLE_DBC, environmentHandle(), &myHandle)))
-        raise(SQL_HANDLE_ENV, environmentHandle(), "Allocating a connection");
+        raise(SQL_HANDLE_ENV, environmentHandle(), "Allocating a connection", SQL_NULL_HDBC);
     SQLSetConnectAttr(myHandle, SQL_ATTR_LOGIN_TIMEOUT, reinterpret_cast<SQLPOINTER>(10), 0);
     const SQLRETURN rc =
         SQLConnect(myHandle, reinterpret_cast<SQLCHAR*>(const_cast<char*>(dataSource.c_str())), SQL_NTS,
@@ -104,15 +112,12 @@ Connection::~Connection()
 void Connection::check(SQLRETURN rc, const char* what) const
 {
     if (failed(rc))
-        raise(SQL_HANDLE_DBC, myHandle, what);
+        raise(SQL_HANDLE_DBC, myHandle, what, myHandle);
 }
 
 bool Connection::knownDead() const
 {
-    SQLUINTEGER dead = SQL_CD_FALSE;
-    if (!SQL_SUCCEEDED(SQLGetConnectAttr(myHandle, SQL_ATTR_CONNECTION_DEAD, &dead, 0, nullptr)))
-        return false;
-    return dead == SQL_CD_TRUE;
+    return connectionDead(myHandle);
 }
 
 void Connection::setAutoCommit(bool on)
@@ -184,7 +189,7 @@ Parameter Parameter::null(SQLSMALLINT sqlType)
     return parameter;
 }
 
-Statement::Statement(const Connection& connection)
+Statement::Statement(const Connection& connection) : myConnection(connection.get())
 {
     connection.check(SQLAllocHandle(SQL_HANDLE_STMT, connection.get(), &myHandle), "Allocating a statement");
 }
@@ -198,10 +203,10 @@ Statement::~Statement()
 void Statement::check(SQLRETURN rc, const char* what) const
 {
     if (failed(rc))
-        raise(SQL_HANDLE_STMT, myHandle, what);
+        raise(SQL_HANDLE_STMT, myHandle, what, myConnection);
 }
 
-void Statement::execute(const std::string& sql, std::vector<Parameter> parameters)
+void Statement::bind(std::vector<Parameter> parameters)
 {
     SQLFreeStmt(myHandle, SQL_CLOSE);
     SQLFreeStmt(myHandle, SQL_RESET_PARAMS);
@@ -241,9 +246,42 @@ void Statement::execute(const std::string& sql, std::vector<Parameter> parameter
                                parameter.decimalDigits, value, bufferLength, &myIndicators[i]),
               "Binding a parameter");
     }
+}
+
+void Statement::execute(const std::string& sql, std::vector<Parameter> parameters)
+{
+    bind(std::move(parameters));
     const SQLRETURN rc = SQLExecDirect(myHandle, reinterpret_cast<SQLCHAR*>(const_cast<char*>(sql.c_str())),
                                        SQLINTEGER(sql.size()));
     check(rc, "Running a statement");
+}
+
+void Statement::prepare(const std::string& sql)
+{
+    check(SQLPrepare(myHandle, reinterpret_cast<SQLCHAR*>(const_cast<char*>(sql.c_str())),
+                     SQLINTEGER(sql.size())),
+          "Preparing a statement");
+}
+
+void Statement::run(std::vector<Parameter> parameters)
+{
+    bind(std::move(parameters));
+    check(SQLExecute(myHandle), "Running a statement");
+}
+
+std::vector<std::string> Statement::resultColumnNames()
+{
+    std::vector<std::string> names;
+    const SQLSMALLINT count = columnCount();
+    for (SQLUSMALLINT i = 1; i <= SQLUSMALLINT(count); ++i)
+    {
+        char name[256] = {};
+        SQLSMALLINT length = 0;
+        check(SQLColAttribute(myHandle, i, SQL_DESC_NAME, name, sizeof name, &length, nullptr),
+              "Describing a column");
+        names.emplace_back(name);
+    }
+    return names;
 }
 
 void Statement::closeCursor()

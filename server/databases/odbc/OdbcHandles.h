@@ -20,16 +20,22 @@ namespace kiv::db::odbc
 class OdbcError : public std::runtime_error
 {
 public:
-    OdbcError(std::string sqlState, const std::string& message)
-        : std::runtime_error(message), mySqlState(std::move(sqlState))
+    OdbcError(std::string sqlState, const std::string& message, bool connectionDead = false)
+        : std::runtime_error(message), mySqlState(std::move(sqlState)), myConnectionDead(connectionDead)
     {
     }
     const std::string& sqlState() const { return mySqlState; }
-    // Class 08 is "connection exception"; PostgreSQL's 57P01-57P03 are a server going away.
-    bool connectionLost() const { return mySqlState.rfind("08", 0) == 0 || mySqlState.rfind("57P0", 0) == 0; }
+    // Class 08 is "connection exception"; PostgreSQL's 57P01-57P03 are a server going away. A
+    // driver may also answer a general error and then call the connection dead (psqlODBC does
+    // for a prepared statement whose server went away).
+    bool connectionLost() const
+    {
+        return myConnectionDead || mySqlState.rfind("08", 0) == 0 || mySqlState.rfind("57P0", 0) == 0;
+    }
 
 private:
     std::string mySqlState;
+    bool myConnectionDead;
 };
 
 // "[SQLSTATE] message" for every diagnostic record of the handle, joined with "; ".
@@ -111,6 +117,12 @@ public:
     // Binds the parameters (kept alive by the statement until the next execute) and runs the
     // query. Throws OdbcError.
     void execute(const std::string& sql, std::vector<Parameter> parameters = {});
+    // A statement prepared once and run many times with other values: the driver parses it
+    // once (psqlODBC keeps it prepared on the server), each run only sends the values.
+    void prepare(const std::string& sql);
+    void run(std::vector<Parameter> parameters);
+    // The result's column names, as the driver describes them after a run (no round trip).
+    std::vector<std::string> resultColumnNames();
     void closeCursor();
     SQLSMALLINT columnCount();
     SQLLEN rowCount();
@@ -123,9 +135,26 @@ public:
     void check(SQLRETURN rc, const char* what) const;
 
 private:
+    void bind(std::vector<Parameter> parameters);
+
+    SQLHDBC myConnection;
     SQLHSTMT myHandle = SQL_NULL_HSTMT;
     std::vector<Parameter> myParameters;
     std::vector<SQLLEN> myIndicators;
+};
+
+// Closes a kept statement's cursor once its result has been read: an open one may hold the
+// server's locks (SQLite keeps a reader's lock until the statement is reset).
+class CursorScope
+{
+public:
+    explicit CursorScope(Statement& statement) : myStatement(statement) {}
+    ~CursorScope() { myStatement.closeCursor(); }
+    CursorScope(const CursorScope&) = delete;
+    CursorScope& operator=(const CursorScope&) = delete;
+
+private:
+    Statement& myStatement;
 };
 
 } // namespace kiv::db::odbc

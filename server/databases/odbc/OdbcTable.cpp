@@ -11,12 +11,6 @@ namespace kiv::db::odbc
 
 namespace
 {
-bool isCharacterType(SQLSMALLINT sqlType)
-{
-    return sqlType == SQL_CHAR || sqlType == SQL_VARCHAR || sqlType == SQL_WCHAR || sqlType == SQL_WVARCHAR ||
-           sqlType == SQL_NUMERIC || sqlType == SQL_DECIMAL;
-}
-
 // LIKE patterns escape their wildcards with '!' rather than a backslash, whose meaning in a
 // string literal differs between servers.
 std::string likePattern(const std::string& value, bool contains)
@@ -34,17 +28,14 @@ std::string likePattern(const std::string& value, bool contains)
 class OdbcTransaction : public StoreTransaction
 {
 public:
-    explicit OdbcTransaction(Connection& connection) : myConnection(connection)
-    {
-        connection.setAutoCommit(false);
-    }
+    explicit OdbcTransaction(ConnectionLease& lease) : myLease(lease) { lease.setAutoCommit(false); }
     ~OdbcTransaction() override
     {
         try
         {
             if (!myCommitted)
-                myConnection.endTransaction(false);
-            myConnection.setAutoCommit(true);
+                myLease.connection().endTransaction(false);
+            myLease.setAutoCommit(true);
         }
         catch (const OdbcError&)
         {
@@ -52,57 +43,80 @@ public:
     }
     void commit() override
     {
-        myConnection.endTransaction(true);
+        myLease.connection().endTransaction(true);
         myCommitted = true;
     }
 
 private:
-    Connection& myConnection;
+    ConnectionLease& myLease;
     bool myCommitted = false;
 };
 
-// A search's matches as unique IDs: counted with COUNT(*), their keys read in the search's
-// order when the cursor first needs them and kept.
+// A search's matches: counted with COUNT(*) when the search runs, then read a window at a
+// time with every column, in the search's order and then the unique ID's.
 class OdbcQuery : public ResultQuery
 {
 public:
-    OdbcQuery(Connection& connection, const Column& id, std::string countSql, std::string keysSql,
-              std::vector<Parameter> parameters)
-        : myConnection(connection), myID(id), myKeysSql(std::move(keysSql)),
-          myParameters(std::move(parameters))
+    OdbcQuery(OdbcTable& table, const std::string& columns, const std::string& from, const std::string& order,
+              const std::string& idColumn, std::vector<Parameter> parameters)
+        : myTable(table), myRowsSql("SELECT " + columns + " " + from + order),
+          myKeysSql("SELECT " + idColumn + " " + from + order), myParameters(std::move(parameters))
     {
-        Statement counter(myConnection);
-        counter.execute(countSql, myParameters);
-        counter.fetch();
-        myCount = size_t(std::max<int64_t>(counter.integer(1).value_or(0), 0));
+        myCount = myTable.count("SELECT COUNT(*) " + from, myParameters);
     }
 
     size_t count() const override { return myCount; }
 
     bool fetch(size_t offset, size_t limit, std::vector<RowKey>& keys) override
     {
-        if (!myKeys)
-        {
-            myKeys.emplace();
-            Statement select(myConnection);
-            select.execute(myKeysSql, myParameters);
-            while (select.fetch())
-                myKeys->push_back(valueFromText(myID, select.text(1)));
-        }
-        keys.assign(myKeys->begin() + std::min(offset, myKeys->size()),
-                    myKeys->begin() +
-                        std::min(limit == SIZE_MAX ? myKeys->size() : offset + limit, myKeys->size()));
-        return myKeys->size() == myCount || (offset == 0 && limit == SIZE_MAX);
+        read(myKeysSql, offset, limit, keys, nullptr);
+        return unchanged(offset, limit, keys.size());
+    }
+
+    bool fetchRows(size_t offset, size_t limit, std::vector<RowKey>& keys,
+                   std::vector<std::vector<FieldValue>>& rows) override
+    {
+        read(myRowsSql, offset, limit, keys, &rows);
+        return unchanged(offset, limit, keys.size());
     }
 
 private:
-    Connection& myConnection;
-    const Column& myID;
+    void read(const std::string& sql, size_t offset, size_t limit, std::vector<RowKey>& keys,
+              std::vector<std::vector<FieldValue>>* rows)
+    {
+        std::string windowed = sql;
+        std::vector<Parameter> parameters = myParameters;
+        if (limit != SIZE_MAX || offset != 0)
+            myTable.addWindow(windowed, parameters, offset, limit);
+        myTable.readRows(windowed, std::move(parameters), keys, rows);
+    }
+
+    // A window holds the rows the count saw when it holds as many as the count leaves for it;
+    // the data source cannot say more cheaply whether others changed the matches since.
+    bool unchanged(size_t offset, size_t limit, size_t got) const
+    {
+        if (offset == 0 && limit == SIZE_MAX)
+            return true;
+        const size_t left = offset < myCount ? myCount - offset : 0;
+        return got == std::min(limit, left);
+    }
+
+    OdbcTable& myTable;
+    std::string myRowsSql;
     std::string myKeysSql;
     std::vector<Parameter> myParameters;
     size_t myCount = 0;
-    std::optional<std::vector<RowKey>> myKeys;
 };
+
+// Errors after which the table may not be what the description says: PostgreSQL's undefined
+// column or table, SQLite's "no such column/table".
+bool schemaError(const OdbcError& error)
+{
+    const std::string text = error.what();
+    return error.sqlState() == "42703" || error.sqlState() == "42P01" ||
+           text.find("no such column") != std::string::npos ||
+           text.find("no such table") != std::string::npos;
+}
 } // namespace
 
 Parameter Column::parameterOf(const FieldValue& value) const
@@ -160,22 +174,29 @@ FieldValue valueFromText(const Column& column, const std::optional<std::string>&
     return *text;
 }
 
-OdbcTable::OdbcTable(std::shared_ptr<ConnectionLease> lease, std::string table)
-    : myLease(std::move(lease)), myTable(std::move(table))
+OdbcTable::OdbcTable(std::shared_ptr<ConnectionLease> lease,
+                     std::shared_ptr<const TableDescription> description,
+                     const std::string& uniqueIDFieldName)
+    : myLease(std::move(lease)), myDescription(std::move(description))
 {
+    chooseUniqueID(uniqueIDFieldName);
+}
+
+void OdbcTable::chooseUniqueID(const std::string& uniqueIDFieldName)
+{
+    myUniqueID.reset();
+    for (const std::string& wanted : {uniqueIDFieldName, std::string(KIV_DEFAULT_UNIQUE_ID_FIELD)})
+        if (!myUniqueID && !wanted.empty())
+            myUniqueID = fieldIndex(wanted);
+    for (const uint32_t bit : {uint32_t(kKivFieldFlag_AutoUnique), uint32_t(kKivFieldFlag_Unique)})
+        for (size_t i = 0; i < fields().size() && !myUniqueID; ++i)
+            if (fields()[i].typeWord & bit)
+                myUniqueID = i;
 }
 
 std::string OdbcTable::quote(const std::string& identifier) const
 {
     return quoteIdentifier(myLease->traits(), identifier);
-}
-
-std::string OdbcTable::columnList() const
-{
-    std::string list;
-    for (const auto& field : myFields)
-        list += (list.empty() ? "" : ", ") + quote(field.column);
-    return list;
 }
 
 uint32_t OdbcTable::failureOf(const std::exception& error, std::string& message)
@@ -196,6 +217,12 @@ uint32_t OdbcTable::failureOf(const std::exception& error, std::string& message)
     // Class 23 is an integrity constraint; the SQLite driver reports its constraints as HY000.
     const std::string text = odbc->what();
     message = text;
+    // A table changed behind this server's back: the next request reads its description anew.
+    if (schemaError(*odbc))
+    {
+        myLease->schemaChanged();
+        message += " (the table " + name() + " changed; the next request reads its fields anew)";
+    }
     if (odbc->sqlState() == "23505" || text.find("UNIQUE constraint failed") != std::string::npos)
     {
         message = "Another record already holds this value in a unique field: " + text;
@@ -206,105 +233,76 @@ uint32_t OdbcTable::failureOf(const std::exception& error, std::string& message)
     return result::kDataSourceError;
 }
 
-void OdbcTable::load(const std::string& uniqueIDFieldName)
+void OdbcTable::afterSchemaChange()
 {
-    auto& connection = myLease->connection();
-    std::vector<Column> columns;
-    {
-        Statement describe(connection);
-        describe.execute("SELECT * FROM " + table() + " WHERE 1 = 0");
-        const SQLSMALLINT count = describe.columnCount();
-        for (SQLUSMALLINT i = 1; i <= SQLUSMALLINT(count); ++i)
-        {
-            SQLCHAR name[256] = {};
-            SQLSMALLINT nameLength = 0, nullable = 0;
-            Column column;
-            describe.check(SQLDescribeCol(describe.get(), i, name, sizeof name, &nameLength, &column.sqlType,
-                                          &column.size, &column.digits, &nullable),
-                           "Describing a column");
-            SQLLEN autoUnique = 0, caseSensitive = 0;
-            SQLColAttribute(describe.get(), i, SQL_DESC_AUTO_UNIQUE_VALUE, nullptr, 0, nullptr, &autoUnique);
-            SQLColAttribute(describe.get(), i, SQL_DESC_CASE_SENSITIVE, nullptr, 0, nullptr, &caseSensitive);
-            column.field.name = reinterpret_cast<char*>(name);
-            column.field.column = column.field.name;
-            column.valueClass = valueClassOf(column.sqlType);
-            const uint32_t length =
-                isCharacterType(column.sqlType) ? uint32_t(std::min<SQLULEN>(column.size, 0xFFFF)) : 0;
-            column.field.typeWord = (uint32_t(typeByteOf(column.sqlType)) << 16) | length |
-                                    (autoUnique == SQL_TRUE ? kKivFieldFlag_AutoUnique : 0) |
-                                    (caseSensitive == SQL_TRUE ? kKivFieldFlag_CaseSensitive : 0);
-            const FieldType valueClass = column.classOrText();
-            column.conversion.name = column.field.name;
-            column.conversion.typeWord =
-                (uint32_t(valueClass) << 16) | (valueClass == FieldType::Text ? length : 0);
-            columns.push_back(std::move(column));
-        }
-    }
-    // Indexes: a single-column unique index makes its column unique, any index indexed.
-    Statement statistics(connection);
-    std::string tableName = myTable;
-    statistics.check(SQLStatistics(statistics.get(), nullptr, 0, nullptr, 0,
-                                   reinterpret_cast<SQLCHAR*>(tableName.data()),
-                                   SQLSMALLINT(tableName.size()), SQL_INDEX_ALL, SQL_QUICK),
-                     "Listing the table's indexes");
-    while (statistics.fetch())
-    {
-        const bool nonUnique = statistics.integer(4).value_or(1) != 0;
-        const std::string indexName = statistics.text(6).value_or("");
-        const auto type = statistics.integer(7).value_or(SQL_TABLE_STAT);
-        statistics.integer(8);
-        const std::string columnName = statistics.text(9).value_or("");
-        if (type == SQL_TABLE_STAT)
-            continue;
-        for (auto& column : columns)
-        {
-            if (column.field.column != columnName)
-                continue;
-            column.field.typeWord |= kKivFieldFlag_Indexed | (nonUnique ? 0 : kKivFieldFlag_Unique);
-            // SQLite hands out the values of an INTEGER PRIMARY KEY itself; its driver does not
-            // say so, but names the key's index this way.
-            if (myLease->traits().dialect == Dialect::SQLite && !nonUnique && column.sqlType == SQL_INTEGER &&
-                indexName.rfind("sqlite_autoindex", 0) == 0)
-                column.field.typeWord |= kKivFieldFlag_AutoUnique;
-        }
-    }
-    myColumns = std::move(columns);
-    myFields.clear();
-    for (const auto& column : myColumns)
-        myFields.push_back(column.field);
-    myUniqueID.reset();
-    for (const std::string& wanted : {uniqueIDFieldName, std::string(KIV_DEFAULT_UNIQUE_ID_FIELD)})
-        if (!myUniqueID && !wanted.empty())
-            myUniqueID = fieldIndex(wanted);
-    for (const uint32_t bit : {uint32_t(kKivFieldFlag_AutoUnique), uint32_t(kKivFieldFlag_Unique)})
-        for (size_t i = 0; i < myFields.size() && !myUniqueID; ++i)
-            if (myFields[i].typeWord & bit)
-                myUniqueID = i;
+    const std::string uniqueID = myUniqueID ? fields()[*myUniqueID].name : std::string();
+    myLease->schemaChanged();
+    myDescription = myLease->describe(name());
+    chooseUniqueID(uniqueID);
 }
 
-void OdbcTable::reload()
+void OdbcTable::checkColumns(Statement& statement)
 {
-    load(myUniqueID ? myFields[*myUniqueID].name : std::string());
+    const std::vector<std::string> names = statement.resultColumnNames();
+    bool same = names.size() == columns().size();
+    for (size_t i = 0; same && i < names.size(); ++i)
+        same = names[i] == columns()[i].field.column;
+    if (same)
+        return;
+    myLease->schemaChanged();
+    throw StoreError(result::kDataSourceError,
+                     "The table " + name() +
+                         " changed while it was open (a field was added or deleted elsewhere); the next "
+                         "request sees its fields as they are now.");
+}
+
+std::string OdbcTable::selectList() const
+{
+    // PostgreSQL refuses to run a prepared "SELECT *" again once the table's columns changed,
+    // so a change made behind this server's back shows at once. Other servers may quietly
+    // re-prepare it with other columns than their driver describes; the columns by name make a
+    // deleted one an error there instead, named with the table because SQLite takes a quoted
+    // name that is no column for a text.
+    if (myLease->traits().dialect == Dialect::PostgreSQL)
+        return "*";
+    std::string list;
+    for (const auto& field : fields())
+        list += (list.empty() ? "" : ", ") + table() + "." + quote(field.column);
+    return list;
+}
+
+std::vector<FieldValue> OdbcTable::rowValues(Statement& statement) const
+{
+    std::vector<FieldValue> values;
+    values.reserve(columns().size());
+    for (size_t i = 0; i < columns().size(); ++i)
+        values.push_back(valueFromText(columns()[i], statement.text(SQLUSMALLINT(i + 1))));
+    return values;
 }
 
 std::optional<size_t> OdbcTable::fieldIndex(std::string_view name) const
 {
-    for (size_t i = 0; i < myFields.size(); ++i)
-        if (compareFolded(myFields[i].name, name) == 0)
+    for (size_t i = 0; i < fields().size(); ++i)
+        if (compareFolded(fields()[i].name, name) == 0)
             return i;
     return std::nullopt;
 }
 
 const FieldDefinition* OdbcTable::conversionOf(size_t index) const
 {
-    return myColumns[index].valueClass ? &myColumns[index].conversion : nullptr;
+    return columns()[index].valueClass ? &columns()[index].conversion : nullptr;
 }
 
 const Column& OdbcTable::uniqueIDColumn() const
 {
     if (!myUniqueID)
         throw StoreError(kKivResult_NotFound, KIV_DEFAULT_UNIQUE_ID_FIELD);
-    return myColumns[*myUniqueID];
+    return columns()[*myUniqueID];
+}
+
+std::string OdbcTable::whereUniqueID() const
+{
+    return " WHERE " + quote(uniqueIDColumn().field.column) + " = ?";
 }
 
 void OdbcTable::addField(const std::string& name, uint32_t typeWord)
@@ -342,46 +340,93 @@ void OdbcTable::addField(const std::string& name, uint32_t typeWord)
         throw StoreError(result::kInvalidFieldName, "The data source " + myLease->traits().dataSource +
                                                         " takes field names of at most " +
                                                         std::to_string(longestName) + " bytes.");
-    Statement statement(myLease->connection());
-    statement.execute("ALTER TABLE " + table() + " ADD COLUMN " + quote(name) + " " + definition);
+    myLease->executeOnce("ALTER TABLE " + table() + " ADD COLUMN " + quote(name) + " " + definition);
     if (typeWord & (kKivFieldFlag_Unique | kKivFieldFlag_Indexed))
-        statement.execute(
+        myLease->executeOnce(
             std::string((typeWord & kKivFieldFlag_Unique) ? "CREATE UNIQUE INDEX " : "CREATE INDEX ") +
-            quote("kiv_" + myTable + "_" + name) + " ON " + table() + " (" + quote(name) + ")");
-    reload();
+            quote("kiv_" + this->name() + "_" + name) + " ON " + table() + " (" + quote(name) + ")");
+    afterSchemaChange();
 }
 
 void OdbcTable::deleteField(size_t index)
 {
-    const std::string columnName = myFields[index].column;
-    Statement statement(myLease->connection());
+    const std::string columnName = fields()[index].column;
     // SQLite keeps a column that an index covers; the index this service made goes first.
     try
     {
-        statement.execute("DROP INDEX IF EXISTS " + quote("kiv_" + myTable + "_" + columnName));
+        myLease->executeOnce("DROP INDEX IF EXISTS " + quote("kiv_" + name() + "_" + columnName));
     }
     catch (const OdbcError& error)
     {
         if (error.connectionLost())
             throw;
     }
-    statement.execute("ALTER TABLE " + table() + " DROP COLUMN " + quote(columnName));
-    reload();
+    myLease->executeOnce("ALTER TABLE " + table() + " DROP COLUMN " + quote(columnName));
+    afterSchemaChange();
 }
 
 bool OdbcTable::readRow(const RowKey& key, std::vector<FieldValue>& values)
 {
     const Column& id = uniqueIDColumn();
-    Statement select(myLease->connection());
-    select.execute("SELECT " + columnList() + " FROM " + table() + " WHERE " + quote(id.field.column) +
-                       " = ?",
-                   {id.parameterOf(key)});
+    Statement& select = myLease->execute("SELECT " + selectList() + " FROM " + table() + whereUniqueID(),
+                                         {id.parameterOf(key)});
+    CursorScope scope(select);
+    checkColumns(select);
     if (!select.fetch())
         return false;
-    values.clear();
-    for (size_t i = 0; i < myColumns.size(); ++i)
-        values.push_back(valueFromText(myColumns[i], select.text(SQLUSMALLINT(i + 1))));
+    values = rowValues(select);
     return true;
+}
+
+size_t OdbcTable::count(const std::string& sql, const std::vector<Parameter>& parameters)
+{
+    Statement& counter = myLease->execute(sql, parameters);
+    CursorScope scope(counter);
+    counter.fetch();
+    return size_t(std::max<int64_t>(counter.integer(1).value_or(0), 0));
+}
+
+void OdbcTable::readRows(const std::string& sql, std::vector<Parameter> parameters, std::vector<RowKey>& keys,
+                         std::vector<std::vector<FieldValue>>* rows)
+{
+    const Column& id = uniqueIDColumn();
+    Statement& select = myLease->execute(sql, std::move(parameters));
+    CursorScope scope(select);
+    keys.clear();
+    if (rows)
+    {
+        checkColumns(select);
+        rows->clear();
+        while (select.fetch())
+        {
+            rows->push_back(rowValues(select));
+            keys.push_back(rows->back()[*myUniqueID]);
+        }
+        return;
+    }
+    while (select.fetch())
+        keys.push_back(valueFromText(id, select.text(1)));
+}
+
+void OdbcTable::addWindow(std::string& sql, std::vector<Parameter>& parameters, size_t offset,
+                          size_t limit) const
+{
+    // Bound like any value, so that every window of a search runs one prepared statement. A
+    // limit of "to the end" is the largest the server takes.
+    const auto rows = Parameter::ofInteger(int64_t(std::min<size_t>(limit, INT64_MAX)));
+    const auto skipped = Parameter::ofInteger(int64_t(offset));
+    if (myLease->traits().window == WindowSyntax::LimitOffset)
+    {
+        sql += " LIMIT ? OFFSET ?";
+        parameters.push_back(rows);
+        parameters.push_back(skipped);
+    }
+    else
+    {
+        sql += " OFFSET ? ROWS FETCH NEXT ? ROWS ONLY";
+        parameters.push_back(skipped);
+        parameters.push_back(rows);
+    }
 }
 
 RowKey OdbcTable::insertRow(std::vector<FieldValue>& values, const std::vector<bool>& given)
@@ -389,35 +434,35 @@ RowKey OdbcTable::insertRow(std::vector<FieldValue>& values, const std::vector<b
     // Columns left out take the table's defaults, as the data source defines them.
     std::string names, marks;
     std::vector<Parameter> parameters;
-    for (size_t i = 0; i < myColumns.size(); ++i)
+    for (size_t i = 0; i < columns().size(); ++i)
     {
-        if (i >= given.size() || !given[i] || !myColumns[i].valueClass)
+        if (i >= given.size() || !given[i] || !columns()[i].valueClass)
             continue;
-        names += (names.empty() ? "" : ", ") + quote(myFields[i].column);
+        names += (names.empty() ? "" : ", ") + quote(fields()[i].column);
         marks += marks.empty() ? "?" : ", ?";
-        parameters.push_back(myColumns[i].parameterOf(values[i]));
+        parameters.push_back(columns()[i].parameterOf(values[i]));
     }
-    const bool assigned = myUniqueID && myFields[*myUniqueID].autoUnique() &&
+    const bool assigned = myUniqueID && fields()[*myUniqueID].autoUnique() &&
                           !(*myUniqueID < given.size() && given[*myUniqueID]);
     std::string sql = "INSERT INTO " + table() +
                       (names.empty() ? " DEFAULT VALUES" : " (" + names + ") VALUES (" + marks + ")");
     const Dialect dialect = myLease->traits().dialect;
     if (assigned && dialect == Dialect::PostgreSQL)
-        sql += " RETURNING " + quote(myFields[*myUniqueID].column);
-    Statement insert(myLease->connection());
-    insert.execute(sql, std::move(parameters));
+        sql += " RETURNING " + quote(fields()[*myUniqueID].column);
+    Statement* insert = &myLease->execute(sql, std::move(parameters));
     if (!myUniqueID)
         return RowKey();
     if (!assigned)
         return values[*myUniqueID];
-    const Column& id = myColumns[*myUniqueID];
+    const Column& id = columns()[*myUniqueID];
     if (dialect != Dialect::PostgreSQL)
-        insert.execute(dialect == Dialect::SQLite
-                           ? "SELECT last_insert_rowid()"
-                           : "SELECT MAX(" + quote(id.field.column) + ") FROM " + table());
-    if (!insert.fetch())
+        insert = &myLease->execute(dialect == Dialect::SQLite
+                                       ? "SELECT last_insert_rowid()"
+                                       : "SELECT MAX(" + quote(id.field.column) + ") FROM " + table());
+    CursorScope scope(*insert);
+    if (!insert->fetch())
         throw OdbcError("HY000", "The data source did not say which unique ID the new record got.");
-    values[*myUniqueID] = valueFromText(id, insert.text(1));
+    values[*myUniqueID] = valueFromText(id, insert->text(1));
     return values[*myUniqueID];
 }
 
@@ -429,24 +474,19 @@ bool OdbcTable::updateRow(const RowKey& key, const std::vector<size_t>& changed,
     std::vector<Parameter> parameters;
     for (const size_t i : changed)
     {
-        assignments += (assignments.empty() ? "" : ", ") + quote(myFields[i].column) + " = ?";
-        parameters.push_back(myColumns[i].parameterOf(values[i]));
+        assignments += (assignments.empty() ? "" : ", ") + quote(fields()[i].column) + " = ?";
+        parameters.push_back(columns()[i].parameterOf(values[i]));
     }
     parameters.push_back(id.parameterOf(key));
-    Statement update(myLease->connection());
-    update.execute("UPDATE " + table() + " SET " + assignments + " WHERE " + quote(id.field.column) + " = ?",
-                   std::move(parameters));
-    return update.rowCount() != 0;
+    return myLease
+               ->execute("UPDATE " + table() + " SET " + assignments + whereUniqueID(), std::move(parameters))
+               .rowCount() != 0;
 }
 
 std::vector<RowKey> OdbcTable::rowsWithUniqueID(const FieldValue& uniqueID)
 {
     const Column& id = uniqueIDColumn();
-    Statement select(myLease->connection());
-    select.execute("SELECT COUNT(*) FROM " + table() + " WHERE " + quote(id.field.column) + " = ?",
-                   {id.parameterOf(uniqueID)});
-    select.fetch();
-    if (select.integer(1).value_or(0) == 0)
+    if (count("SELECT COUNT(*) FROM " + table() + whereUniqueID(), {id.parameterOf(uniqueID)}) == 0)
         return {};
     return {uniqueID};
 }
@@ -454,29 +494,24 @@ std::vector<RowKey> OdbcTable::rowsWithUniqueID(const FieldValue& uniqueID)
 void OdbcTable::deleteRows(const std::vector<RowKey>& keys)
 {
     const Column& id = uniqueIDColumn();
-    Statement remove(myLease->connection());
+    const std::string sql = "DELETE FROM " + table() + whereUniqueID();
     for (const RowKey& key : keys)
-        remove.execute("DELETE FROM " + table() + " WHERE " + quote(id.field.column) + " = ?",
-                       {id.parameterOf(key)});
+        myLease->execute(sql, {id.parameterOf(key)});
 }
 
 void OdbcTable::deleteAllRows()
 {
-    Statement remove(myLease->connection());
-    remove.execute("DELETE FROM " + table());
+    myLease->execute("DELETE FROM " + table());
 }
 
 size_t OdbcTable::rowCount()
 {
-    Statement select(myLease->connection());
-    select.execute("SELECT COUNT(*) FROM " + table());
-    select.fetch();
-    return size_t(std::max<int64_t>(select.integer(1).value_or(0), 0));
+    return count("SELECT COUNT(*) FROM " + table(), {});
 }
 
 std::unique_ptr<StoreTransaction> OdbcTable::begin()
 {
-    return std::make_unique<OdbcTransaction>(myLease->connection());
+    return std::make_unique<OdbcTransaction>(*myLease);
 }
 
 void OdbcTable::afterImportedIDs()
@@ -484,11 +519,10 @@ void OdbcTable::afterImportedIDs()
     // IDs written as they were read leave a PostgreSQL sequence behind them.
     if (!myUniqueID || myLease->traits().dialect != Dialect::PostgreSQL)
         return;
-    const std::string column = myFields[*myUniqueID].column;
-    Statement advance(myLease->connection());
-    advance.execute("SELECT setval(pg_get_serial_sequence(?, ?), COALESCE(MAX(" + quote(column) +
-                        "), 0) + 1, false) FROM " + table(),
-                    {Parameter::ofText(table()), Parameter::ofText(column)});
+    const std::string column = fields()[*myUniqueID].column;
+    myLease->executeOnce("SELECT setval(pg_get_serial_sequence(?, ?), COALESCE(MAX(" + quote(column) +
+                             "), 0) + 1, false) FROM " + table(),
+                         {Parameter::ofText(table()), Parameter::ofText(column)});
 }
 
 Parameter OdbcTable::parameterOf(const SqlBinding& binding) const
@@ -497,7 +531,7 @@ Parameter OdbcTable::parameterOf(const SqlBinding& binding) const
     {
         FieldValue value;
         std::visit([&](const auto& v) { value = v; }, binding.value);
-        return myColumns[binding.field].parameterOf(value);
+        return columns()[binding.field].parameterOf(value);
     }
     if (const auto* i = std::get_if<int64_t>(&binding.value))
         return Parameter::ofInteger(*i);
@@ -517,13 +551,10 @@ std::vector<Parameter> OdbcTable::parametersOf(const std::vector<SqlBinding>& bi
 
 std::unique_ptr<ResultQuery> OdbcTable::query(const SqlSearch& search)
 {
-    const Column& id = uniqueIDColumn();
-    const std::string where = search.where.empty() ? "" : " WHERE " + search.where;
-    const std::string orderBy =
-        (search.orderBy.empty() ? "" : search.orderBy + ", ") + quote(id.field.column);
-    return std::make_unique<OdbcQuery>(myLease->connection(), id, "SELECT COUNT(*) FROM " + table() + where,
-                                       "SELECT " + quote(id.field.column) + " FROM " + table() + where +
-                                           " ORDER BY " + orderBy,
+    const std::string idColumn = quote(uniqueIDColumn().field.column);
+    const std::string from = "FROM " + table() + (search.where.empty() ? "" : " WHERE " + search.where);
+    const std::string order = " ORDER BY " + (search.orderBy.empty() ? "" : search.orderBy + ", ") + idColumn;
+    return std::make_unique<OdbcQuery>(*this, selectList(), from, order, idColumn,
                                        parametersOf(search.bindings));
 }
 
@@ -531,13 +562,13 @@ bool OdbcTable::foldsCase(size_t field) const
 {
     // Text compares without regard to case, as on the embedded store; a data source that opted
     // out compares the columns its driver calls case-sensitive as they are.
-    return !(myLease->traits().caseSensitiveText && myFields[field].caseSensitive());
+    return !(myLease->traits().caseSensitiveText && fields()[field].caseSensitive());
 }
 
 std::string OdbcTable::textOf(size_t field) const
 {
-    const std::string name = quote(myFields[field].column);
-    return myColumns[field].valueClass ? "COALESCE(" + name + ", '')"
+    const std::string name = quote(fields()[field].column);
+    return columns()[field].valueClass ? "COALESCE(" + name + ", '')"
                                        : "COALESCE(CAST(" + name + " AS VARCHAR(255)), '')";
 }
 
@@ -549,12 +580,24 @@ std::string OdbcTable::compareText(size_t field, const char* symbol, const std::
     return "(" + text + " " + symbol + " " + parameter + ")";
 }
 
+std::string OdbcTable::equalsText(size_t field, const std::string& parameter) const
+{
+    // The column itself, not COALESCE(column, ''), so that an index on it (or, ignoring case,
+    // on LOWER(column)) finds the matches; a missing value never equals a text that is not empty.
+    if (!columns()[field].valueClass)
+        return compareText(field, "=", parameter);
+    const std::string name = quote(fields()[field].column);
+    if (foldsCase(field))
+        return "(" + name + " IS NOT NULL AND LOWER(" + name + ") = LOWER(" + parameter + "))";
+    return "(" + name + " IS NOT NULL AND " + name + " = " + parameter + ")";
+}
+
 std::string OdbcTable::matchText(size_t field, bool contains, const std::string& text,
                                  const SqlBinder& bind) const
 {
     const bool textual = classOf(field) == FieldType::Text || classOf(field) == FieldType::LongText;
     const std::string value =
-        textual ? textOf(field) : "COALESCE(CAST(" + quote(myFields[field].column) + " AS VARCHAR(255)), '')";
+        textual ? textOf(field) : "COALESCE(CAST(" + quote(fields()[field].column) + " AS VARCHAR(255)), '')";
     const std::string pattern = bind(SqlBinding(likePattern(text, contains)));
     if (textual && foldsCase(field))
         return "(LOWER(" + value + ") LIKE LOWER(" + pattern + ") ESCAPE '!')";
@@ -563,12 +606,12 @@ std::string OdbcTable::matchText(size_t field, bool contains, const std::string&
 
 std::string OdbcTable::compareNumber(size_t field, const char* symbol, const std::string& parameter) const
 {
-    return "(COALESCE(" + quote(myFields[field].column) + ", 0) " + symbol + " " + parameter + ")";
+    return "(COALESCE(" + quote(fields()[field].column) + ", 0) " + symbol + " " + parameter + ")";
 }
 
 std::string OdbcTable::isTrue(size_t field, const SqlBinder& bind) const
 {
-    const std::string name = quote(myFields[field].column);
+    const std::string name = quote(fields()[field].column);
     return "(" + name + " IS NOT NULL AND " + name + " = " +
            bind(SqlBinding(int64_t(1), SqlBinding::As::FieldValue, field)) + ")";
 }

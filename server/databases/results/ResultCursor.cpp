@@ -1,4 +1,4 @@
-// Counting, windows of keys, and the moves over them.
+// Counting, windows of keys (and rows), and the moves over them.
 #include "results/ResultCursor.h"
 
 #include "KivModuleInterface.h"
@@ -11,7 +11,7 @@ namespace kiv::db
 
 namespace
 {
-// The first window of keys a walk reads.
+// The first window a walk reads: a page of up to 63 records and the move past its last one.
 constexpr size_t kFirstWindow = 64;
 } // namespace
 
@@ -22,7 +22,9 @@ void ResultCursor::start(std::unique_ptr<ResultQuery> query)
     myComplete = myCount == 0;
     myWindowStart = 0;
     myKeys.clear();
+    myRows.clear();
     myPosition.reset();
+    myFirstPending = false;
 }
 
 void ResultCursor::clear()
@@ -31,13 +33,15 @@ void ResultCursor::clear()
     myCount = 0;
     myComplete = false;
     myKeys.clear();
+    myRows.clear();
     myPosition.reset();
+    myFirstPending = false;
 }
 
 void ResultCursor::complete()
 {
     // Also when the data changed since the count: the results then become the matches as
-    // they are now.
+    // they are now, and rows are read as they are when the cursor gets to them.
     if (!myQuery || myComplete)
         return;
     std::vector<RowKey> all;
@@ -50,6 +54,7 @@ void ResultCursor::complete()
         myPosition = found == all.end() ? std::optional<size_t>() : size_t(found - all.begin());
     }
     myKeys = std::move(all);
+    myRows.clear();
     myCount = myKeys.size();
     myWindowStart = 0;
     myComplete = true;
@@ -61,7 +66,7 @@ const std::vector<RowKey>& ResultCursor::keys()
     return myKeys;
 }
 
-std::optional<RowKey> ResultCursor::keyAt(size_t index, int step)
+std::optional<size_t> ResultCursor::slotOf(size_t index, int step)
 {
     if (index >= myCount)
         return std::nullopt;
@@ -70,29 +75,32 @@ std::optional<RowKey> ResultCursor::keyAt(size_t index, int step)
         const size_t size = std::max(kFirstWindow, myKeys.size() * 2);
         const size_t start = step >= 0 ? index : (index + 1 >= size ? index + 1 - size : 0);
         std::vector<RowKey> window;
-        if (!myQuery->fetch(start, size, window))
+        std::vector<std::vector<FieldValue>> rows;
+        if (!myQuery->fetchRows(start, size, window, rows))
             complete();
         else
         {
             myWindowStart = start;
             myKeys = std::move(window);
+            myRows = std::move(rows);
             myComplete = start == 0 && myKeys.size() >= myCount;
         }
         if (index >= myCount)
             return std::nullopt;
     }
-    const size_t offset = index - (myComplete ? 0 : myWindowStart);
-    return offset < myKeys.size() ? std::optional<RowKey>(myKeys[offset]) : std::nullopt;
+    const size_t slot = index - (myComplete ? 0 : myWindowStart);
+    return slot < myKeys.size() ? std::optional<size_t>(slot) : std::nullopt;
 }
 
 uint32_t ResultCursor::settleAt(size_t index, int step, uint32_t noRecord, const RowLoader& load)
 {
     // Records deleted since the search are passed over.
-    while (const auto key = keyAt(index, step))
+    while (const auto slot = slotOf(index, step))
     {
-        if (load(*key))
+        if (load(myKeys[*slot], *slot < myRows.size() ? &myRows[*slot] : nullptr))
         {
             myPosition = index;
+            myFirstPending = false;
             return kKivResult_Success;
         }
         if (step < 0 && index == 0)
@@ -102,8 +110,18 @@ uint32_t ResultCursor::settleAt(size_t index, int step, uint32_t noRecord, const
     return noRecord;
 }
 
-uint32_t ResultCursor::moveFirst(const RowLoader& load)
+uint32_t ResultCursor::moveFirst()
 {
+    if (myCount == 0)
+        return kKivResult_EndOfFile;
+    myFirstPending = true;
+    return kKivResult_Success;
+}
+
+uint32_t ResultCursor::settle(const RowLoader& load)
+{
+    if (!myFirstPending)
+        return kKivResult_Success;
     return settleAt(0, +1, kKivResult_EndOfFile, load);
 }
 
@@ -116,13 +134,19 @@ uint32_t ResultCursor::moveLast(const RowLoader& load)
 
 uint32_t ResultCursor::moveNext(const RowLoader& load)
 {
+    if (myFirstPending)
+        if (const uint32_t code = settle(load); code != kKivResult_Success)
+            return code;
     if (!myPosition)
-        return moveFirst(load);
+        return settleAt(0, +1, kKivResult_EndOfFile, load);
     return settleAt(*myPosition + 1, +1, kKivResult_EndOfFile, load);
 }
 
 uint32_t ResultCursor::movePrevious(const RowLoader& load)
 {
+    if (myFirstPending)
+        if (const uint32_t code = settle(load); code != kKivResult_Success)
+            return code;
     if (!myPosition)
         return moveLast(load);
     if (*myPosition == 0)
@@ -139,9 +163,10 @@ bool ResultCursor::moveToKey(const RowKey& key, const RowLoader& load)
 {
     const auto& all = keys();
     for (size_t index = 0; index < all.size(); ++index)
-        if (all[index] == key && load(all[index]))
+        if (all[index] == key && load(all[index], nullptr))
         {
             myPosition = index;
+            myFirstPending = false;
             return true;
         }
     return false;

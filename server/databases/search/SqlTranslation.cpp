@@ -149,7 +149,9 @@ private:
         {
         case FieldType::Text:
         case FieldType::LongText:
-            out = myDialect.compareText(field, symbol, bind(node.value.text));
+            out = node.op == Operator::Equal && !node.value.text.empty()
+                      ? myDialect.equalsText(field, bind(node.value.text))
+                      : myDialect.compareText(field, symbol, bind(node.value.text));
             return kKivResult_Success;
         case FieldType::Number:
             return number(node, field, symbol, value, out);

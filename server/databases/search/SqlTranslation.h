@@ -64,6 +64,12 @@ public:
     virtual std::string column(size_t field) const = 0;
     // Text fields: the value compared with a bound text by "=", "<>", "<", ... .
     virtual std::string compareText(size_t field, const char* symbol, const std::string& parameter) const = 0;
+    // Text fields equal to a bound text that is not empty, which a missing value never is: a
+    // store may write it so that an index on the column serves it.
+    virtual std::string equalsText(size_t field, const std::string& parameter) const
+    {
+        return compareText(field, "=", parameter);
+    }
     // CONTAINS and BEGINSWITH on the text of any field's value.
     virtual std::string matchText(size_t field, bool contains, const std::string& text,
                                   const SqlBinder& bind) const = 0;
