@@ -2,6 +2,7 @@
 #include "services/TagDispatcher.h"
 
 #include "logging/Log.h"
+#include "process/Metrics.h"
 
 namespace kiv
 {
@@ -63,6 +64,7 @@ std::string TagDispatcher::runTag(const TagInvocation& tag)
     myRequest.inTag = true;
     ModuleCallResult result = myHost.call(*module, kKivRequest_ProcessTag, &myRequest);
     myRequest.inTag = false;
+    metrics::countTagCall(registered->name, result.code == 0 ? "0" : fourCharacterCode(result.code));
 
     if (!result.error.isSet && result.code == 0)
         return result.output;

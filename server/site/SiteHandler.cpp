@@ -166,7 +166,7 @@ bool isSameOrigin(const HttpRequest& request)
 }
 
 SiteHandler::SiteHandler(const ServerConfig& config, RegionStates& regions, ModuleHost& host)
-    : myConfig(config), myRegions(regions), myHost(host), myAdminPage(host)
+    : myConfig(config), myRegions(regions), myHost(host), myAdminPage(host), myStatusPages(config, regions, host)
 {
 }
 
@@ -200,7 +200,8 @@ std::optional<LoginAttempt> SiteHandler::loginAttempt(const HttpRequest& request
     // handle() refuses such paths before it looks at any login.
     if (path.empty() || path[0] != '/' || hasParentSegment(path) || path.find('\\') != std::string::npos)
         return std::nullopt;
-    if (!needsLogin(regionConfig, normalizedUrlPath(path)))
+    std::string normalPath = normalizedUrlPath(path);
+    if (!needsLogin(regionConfig, normalPath) && !StatusPages::isStatusPath(normalPath))
         return std::nullopt;
     std::string user, password;
     const std::string* authorization = request.header("Authorization");
@@ -220,6 +221,7 @@ void SiteHandler::handle(HttpRequest& request, HttpResponse& response)
 {
     const RegionConfig& regionConfig = selectRegion(myConfig, request.headerOr("Host"));
     RegionState& region = myRegions.stateOf(regionConfig);
+    request.region = regionConfig.name;
     NameValueList securityHeaders = {{"X-Content-Type-Options", "nosniff"},
                                      {"Referrer-Policy", "same-origin"}};
 
@@ -246,6 +248,11 @@ void SiteHandler::handle(HttpRequest& request, HttpResponse& response)
     request.path = normalizedUrlPath(path);
     if (serveBuiltinAsset(request, response)) // the same in every region, without a login
         return finish();
+    if (StatusPages::isStatusPath(request.path))
+    {
+        myStatusPages.handle(request, regionConfig, response);
+        return finish();
+    }
 
     bool admin = isAdminPath(path);
     if (needsLogin(regionConfig, path))

@@ -11,6 +11,7 @@
 #include "http/RequestHandler.h"
 #include "region/RegionState.h"
 #include "services/ModuleHost.h"
+#include "site/StatusPages.h"
 
 namespace kiv
 {
@@ -39,6 +40,7 @@ private:
     RegionStates& myRegions;
     ModuleHost& myHost;
     AdminPage myAdminPage;
+    StatusPages myStatusPages;
 };
 
 // Whether a form post comes from a page of this server: its Origin (or, without one, its

@@ -115,6 +115,7 @@ name = "main"
 root = "{site}"
 data = "data"
 protected = ["/manage/"]
+directory_listing = true
 [region.users]
 admin = "{password_hash()}"
 

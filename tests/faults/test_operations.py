@@ -1,0 +1,374 @@
+#!/usr/bin/env python3
+"""kiv-server as an administrator runs it, against a real server on loopback with a scratch copy
+of the example site and the database module:
+
+- SIGHUP applies a changed configuration (a new region) while 2,000 requests are sent, none of
+  which fails; a configuration that fails its checks is refused with a log line and the running
+  one goes on serving; SIGUSR1 reopens the logs after they were renamed;
+- SIGKILL of the master leaves no worker behind and the port free;
+- systemd is told READY=1, RELOADING=1 and STOPPING=1 through NOTIFY_SOCKET;
+- /kiv-status/metrics parses (Debian's python3-prometheus-client) and counts exactly the
+  requests and tag calls the test sent, across both workers; /kiv-status/health answers 200
+  or 503 and only to local clients and logged-in users;
+- the command line: --version, `check` naming the line of an unknown key, `passwd` refusing a
+  short password.
+
+Run by ctest; by hand: test_operations.py --server build/server/kiv-server
+--module build/database/libkivdatabase.so [unittest arguments]"""
+
+import os
+import shutil
+import signal
+import socket
+import subprocess
+import sys
+import tempfile
+import threading
+import time
+import unittest
+
+import kivharness as kh
+
+try:
+    from prometheus_client.parser import text_string_to_metric_families
+except ImportError:  # an interpreter other than Debian's: use the Debian package's files
+    sys.path.append("/usr/lib/python3/dist-packages")
+    from prometheus_client.parser import text_string_to_metric_families
+
+SERVER = None
+MODULE = None
+HELLO = "<p>hello from the main region</p>"
+
+
+def fetch_all(port, paths, threads=4, gate=None):
+    """Gets every path, each on a new connection, from a few threads. Returns the threads, the
+    outcomes (the status, or the exception's text) in order, and a one-item list counting the
+    requests done. With gate = (index, event), the requests from index on wait for the event."""
+    outcomes = [None] * len(paths)
+    done = [0]
+    lock = threading.Lock()
+
+    def work(start):
+        for index in range(start, len(paths), threads):
+            if gate and index >= gate[0]:
+                gate[1].wait(timeout=120)
+            try:
+                status, body = kh.get(port, paths[index], timeout=30)
+                outcomes[index] = status if status != 200 or HELLO in body else "wrong body"
+            except Exception as error:  # noqa: BLE001 - every failure is an outcome to report
+                outcomes[index] = repr(error)
+            with lock:
+                done[0] += 1
+
+    workers = [threading.Thread(target=work, args=(start,)) for start in range(threads)]
+    for worker in workers:
+        worker.start()
+    return workers, outcomes, done
+
+
+def metrics_of(port, headers=None):
+    """The metric samples of /kiv-status/metrics as {(name, sorted labels): value}."""
+    status, text = kh.get(port, "/kiv-status/metrics", headers=headers)
+    if status != 200:
+        raise AssertionError(f"metrics answered {status}: {text[:300]}")
+    samples = {}
+    for family in text_string_to_metric_families(text):
+        for sample in family.samples:
+            samples[(sample.name, tuple(sorted(sample.labels.items())))] = sample.value
+    return samples
+
+
+def sample(samples, name, **labels):
+    return samples.get((name, tuple(sorted(labels.items()))), 0)
+
+
+class OperationsSite(kh.Site):
+    """The example site with a plain page, and a second site for a region added by a reload."""
+
+    def __init__(self, **options):
+        super().__init__(SERVER, MODULE, **options)
+        with open(os.path.join(self.root, "t", "hello.html"), "w") as page:
+            page.write(HELLO)
+        self.second_root = os.path.join(self.base, "second")
+        os.makedirs(self.second_root)
+        with open(os.path.join(self.second_root, "index.html"), "w") as page:
+            page.write("<p>the second region</p>")
+        self.options = options
+
+    def rewrite(self, extra_region="", extra_server=""):
+        """The same configuration, with TOML lines added to [server] and after the region."""
+        self.write_config(SERVER, MODULE, self.options.get("workers", 2), self.options.get("threads", 4),
+                          extra_server=extra_server)
+        with open(self.config, "a") as out:
+            out.write(extra_region)
+
+    def second_region(self):
+        return f'\n[[region]]\nname = "second"\nhosts = ["second.test"]\nroot = "{self.second_root}"\n' \
+               f'data = "{self.second_root}-data"\n'
+
+
+class ReloadTest(unittest.TestCase):
+    def setUp(self):
+        self.site = OperationsSite(workers=2)
+        self.server = kh.Server(SERVER, self.site)
+
+    def tearDown(self):
+        self.server.stop()
+        self.site.remove()
+
+    def wait_for_log(self, text, seconds=30):
+        self.assertTrue(kh.wait_until(lambda: text in self.server.logged(), seconds),
+                        f"no '{text}' in the log:\n{self.server.logged()[-3000:]}")
+
+    def test_a_new_region_is_applied_while_requests_go_on_without_one_failing(self):
+        old_workers = self.server.workers()
+        self.assertEqual(len(old_workers), 2)
+        # The new configuration is written beside the old one first and moved over it at once.
+        config = self.site.config
+        self.site.config = config + ".new"
+        self.site.rewrite(self.site.second_region())
+        self.site.config = config
+        # Requests from the 1,500th on wait until the reload is applied, so that the reload
+        # always falls between the 500th and the 1,500th, whatever the speed of the machine.
+        applied = threading.Event()
+        workers, outcomes, done = fetch_all(self.server.port, ["/t/hello.html"] * 2000, gate=(1500, applied))
+        self.assertTrue(kh.wait_until(lambda: done[0] >= 500, 120), "the first 500 requests did not finish")
+        os.replace(config + ".new", config)
+        self.server.process.send_signal(signal.SIGHUP)
+        self.wait_for_log("reload applied")
+        applied.set()
+        for worker in workers:
+            worker.join(timeout=300)
+        failed = [(index, outcome) for index, outcome in enumerate(outcomes) if outcome != 200]
+        self.assertEqual(failed, [], f"{len(failed)} of 2000 requests failed")
+        status, page = kh.get(self.server.port, "/", headers={"Host": "second.test"})
+        self.assertEqual((status, "the second region" in page), (200, True))
+        status, page = kh.get(self.server.port, "/t/hello.html")
+        self.assertEqual((status, HELLO in page), (200, True))
+        # The old workers finished and went; two new ones serve.
+        self.assertTrue(kh.wait_until(lambda: len(self.server.workers()) == 2 and
+                                      not set(self.server.workers()) & set(old_workers), 30),
+                        f"workers {self.server.workers()}, before the reload {old_workers}")
+        self.assertTrue(self.server.running())
+
+    def test_a_configuration_that_fails_its_checks_is_refused_and_the_old_one_serves(self):
+        old_workers = self.server.workers()
+        broken = [
+            ("workerz = 3\n", "unknown key 'workerz' in [server]"),
+            ('gzip = "yes"\n', "'gzip' must be true or false"),
+        ]
+        for extra_server, message in broken:
+            self.site.rewrite(self.site.second_region(), extra_server=extra_server)
+            with open(self.site.config) as config:
+                line = 1 + config.read().split("\n").index(extra_server.strip())
+            self.server.process.send_signal(signal.SIGHUP)
+            self.wait_for_log(f"server.toml:{line}: {message}")
+        self.assertIn("reload refused, configuration 1 goes on serving", self.server.logged())
+        self.assertEqual(self.server.workers(), old_workers)
+        status, page = kh.get(self.server.port, "/t/hello.html")
+        self.assertEqual((status, HELLO in page), (200, True))
+        status, page = kh.get(self.server.port, "/", headers={"Host": "second.test"})
+        self.assertNotIn("the second region", page)
+        samples = metrics_of(self.server.port)
+        self.assertEqual(sample(samples, "kiv_config_reloads_total", result="refused"), 2)
+        self.assertEqual(sample(samples, "kiv_config_reloads_total", result="applied"), 0)
+
+    def test_usr1_opens_the_logs_again_after_they_were_renamed(self):
+        log = os.path.join(self.site.base, "access.log")
+        self.assertEqual(kh.get(self.server.port, "/t/hello.html?before")[0], 200)
+        os.rename(log, log + ".1")
+        self.server.process.send_signal(signal.SIGUSR1)
+        self.wait_for_log("logs opened again")
+        # Every worker has been told; the requests spread over both.
+        self.assertTrue(kh.wait_until(lambda: os.path.exists(log), 10))
+        for index in range(20):
+            self.assertEqual(kh.get(self.server.port, f"/t/hello.html?after={index}")[0], 200)
+        with open(log) as fresh, open(log + ".1") as rotated:
+            fresh_lines, rotated_lines = fresh.read(), rotated.read()
+        self.assertIn("?before", rotated_lines)
+        self.assertNotIn("?after", rotated_lines)
+        self.assertEqual(fresh_lines.count("?after="), 20, fresh_lines)
+
+
+class SupervisionTest(unittest.TestCase):
+    def test_workers_die_with_their_master_and_the_port_is_free(self):
+        site = OperationsSite(workers=2)
+        server = kh.Server(SERVER, site)
+        try:
+            workers = server.workers()
+            self.assertEqual(len(workers), 2)
+            server.process.send_signal(signal.SIGKILL)
+            server.process.wait(timeout=10)
+            self.assertTrue(kh.wait_until(lambda: not any(os.path.exists(f"/proc/{pid}") and
+                                                          not is_zombie(pid) for pid in workers), 2),
+                            f"workers left: {[pid for pid in workers if os.path.exists(f'/proc/{pid}')]}")
+            with socket.socket() as listener:
+                listener.setsockopt(socket.SOL_SOCKET, socket.SO_REUSEADDR, 1)
+                listener.bind(("127.0.0.1", server.port))
+                listener.listen()
+        finally:
+            server.stop()
+            site.remove()
+
+    def test_systemd_hears_ready_reloading_and_stopping(self):
+        site = OperationsSite(workers=1)
+        folder = tempfile.mkdtemp(prefix="kiv-notify-")
+        path = os.path.join(folder, "notify")
+        with socket.socket(socket.AF_UNIX, socket.SOCK_DGRAM) as notify:
+            notify.bind(path)
+            notify.settimeout(60)
+            server = kh.Server(SERVER, site, env=dict(os.environ, NOTIFY_SOCKET=path))
+            try:
+                def next_message():
+                    return notify.recv(4096).decode()
+
+                ready = next_message()
+                self.assertIn("READY=1", ready)
+                self.assertIn(f"MAINPID={server.process.pid}", ready)
+                self.assertIn("STATUS=serving 1 region(s)", ready)
+                server.process.send_signal(signal.SIGHUP)
+                self.assertIn("RELOADING=1", next_message())
+                self.assertIn("READY=1", next_message())
+                self.assertEqual(server.stop(), 0)
+                self.assertIn("STOPPING=1", next_message())
+            finally:
+                server.stop()
+                site.remove()
+                shutil.rmtree(folder, ignore_errors=True)
+
+
+def is_zombie(pid):
+    try:
+        with open(f"/proc/{pid}/stat") as stat:
+            return stat.read().rsplit(")", 1)[1].split()[0] == "Z"
+    except OSError:
+        return True
+
+
+class StatusPagesTest(unittest.TestCase):
+    @classmethod
+    def setUpClass(cls):
+        cls.site = OperationsSite(workers=2)
+        cls.server = kh.Server(SERVER, cls.site)
+        cls.port = cls.server.port
+
+    @classmethod
+    def tearDownClass(cls):
+        cls.server.stop()
+        cls.site.remove()
+
+    def test_metrics_count_the_requests_and_tags_sent(self):
+        before = metrics_of(self.port)
+        for _ in range(30):
+            self.assertEqual(kh.get(self.port, "/t/hello.html")[0], 200)
+        for _ in range(10):
+            self.assertEqual(kh.get(self.port, "/no-such-page.html")[0], 404)
+        for _ in range(5):
+            status, page = kh.get(self.port, "/t/count.html?db=People")
+            self.assertEqual(status, 200)
+            self.assertIn("count=", page)
+        after = metrics_of(self.port)
+
+        def delta(name, **labels):
+            return sample(after, name, **labels) - sample(before, name, **labels)
+
+        # The first scrape is counted once it has been answered.
+        self.assertEqual(delta("kiv_http_requests_total", region="main", status="2xx"), 30 + 5 + 1)
+        self.assertEqual(delta("kiv_http_requests_total", region="main", status="4xx"), 10)
+        self.assertEqual(delta("kiv_http_request_duration_seconds_count", region="main"), 46)
+        self.assertGreater(delta("kiv_http_request_duration_seconds_sum", region="main"), 0)
+        self.assertEqual(delta("kiv_tag_calls_total", tag="kivSearchDatabase", result="0"), 5)
+        self.assertGreaterEqual(sample(after, "kiv_http_open_connections"), 1, "the scrape's own")
+        self.assertEqual(sample(after, "kiv_workers"), 2)
+        self.assertEqual(sample(after, "kiv_metrics_dropped_series_total"), 0)
+
+    def test_a_replaced_worker_is_counted(self):
+        before = sample(metrics_of(self.port), "kiv_worker_restarts_total")
+        victim = self.server.workers()[0]
+        os.kill(victim, signal.SIGKILL)
+        self.assertTrue(kh.wait_until(lambda: victim not in self.server.workers() and
+                                      len(self.server.workers()) == 2, 30))
+        self.assertTrue(kh.wait_until(lambda: self.server.status("/t/hello.html") == 200, 10))
+        self.assertEqual(sample(metrics_of(self.port), "kiv_worker_restarts_total"), before + 1)
+
+    def test_health_answers_whether_the_worker_can_serve(self):
+        self.assertEqual(kh.get(self.port, "/kiv-status/health"), (200, "ok\n"))
+        hidden = self.site.data + ".hidden"
+        os.rename(self.site.data, hidden)
+        try:
+            status, text = kh.get(self.port, "/kiv-status/health")
+            self.assertEqual(status, 503)
+            self.assertIn("data folder", text)
+        finally:
+            os.rename(hidden, self.site.data)
+        self.assertEqual(kh.get(self.port, "/kiv-status/health"), (200, "ok\n"))
+
+    def test_only_local_clients_and_logged_in_users_see_the_status(self):
+        for header in ("X-Forwarded-For", "X-Real-IP", "Forwarded"):
+            for path in ("/kiv-status/health", "/kiv-status/metrics"):
+                status, _ = kh.get(self.port, path, headers={header: "203.0.113.9"})
+                self.assertEqual(status, 401, (header, path))
+        proxied = dict(kh.basic_auth(), **{"X-Forwarded-For": "203.0.113.9"})
+        self.assertEqual(kh.get(self.port, "/kiv-status/health", headers=proxied), (200, "ok\n"))
+        self.assertIn(("kiv_workers", ()), metrics_of(self.port, headers=proxied))
+        wrong = dict(kh.basic_auth(password="wrong password"), **{"X-Forwarded-For": "203.0.113.9"})
+        self.assertEqual(kh.get(self.port, "/kiv-status/metrics", headers=wrong)[0], 401)
+        self.assertEqual(kh.get(self.port, "/kiv-status/other")[0], 404)
+
+
+class CommandLineTest(unittest.TestCase):
+    def run_server(self, *arguments, stdin=""):
+        return subprocess.run([SERVER, *arguments], input=stdin, capture_output=True, text=True, timeout=120)
+
+    def test_version_names_the_server_and_the_module(self):
+        result = self.run_server("--version")
+        self.assertEqual(result.returncode, 0, result.stderr)
+        lines = result.stdout.splitlines()
+        self.assertRegex(lines[0], r"^kiv-server \d+\.\d+\.\d+$")
+        self.assertRegex(lines[1], r"^Database Module \d+\.\d+\.\d+ \(.*libkivdatabase\.so\)$")
+        self.assertEqual(lines[0].split()[-1], lines[1].split()[2], "one version for the server and module")
+
+    def test_help_lists_every_command_and_option(self):
+        result = self.run_server("--help")
+        self.assertEqual(result.returncode, 0, result.stderr)
+        for option in ("--version", "serve", "--single-process", "--workers", "--tls-cert", "render", "--cookie",
+                       "passwd", "check"):
+            self.assertIn(option, result.stdout)
+
+    def test_check_names_the_line_of_every_unknown_key(self):
+        site = OperationsSite(workers=1)
+        try:
+            self.assertEqual(self.run_server("check", "--config", site.config).returncode, 0)
+            site.rewrite(site.second_region() + "show_error = false\n", extra_server="workerz = 4\n")
+            with open(site.config) as config:
+                lines = config.read().split("\n")
+            result = self.run_server("check", "--config", site.config)
+            self.assertEqual(result.returncode, 1)
+            self.assertIn(f"server.toml:{lines.index('workerz = 4') + 1}: unknown key 'workerz' in [server]",
+                          result.stderr)
+            self.assertIn(f"server.toml:{lines.index('show_error = false') + 1}: unknown key 'show_error'",
+                          result.stderr)
+            # The same refusal at start.
+            result = self.run_server("serve", "--config", site.config)
+            self.assertEqual(result.returncode, 1)
+            self.assertIn("unknown key 'workerz'", result.stderr)
+        finally:
+            site.remove()
+
+    def test_passwd_refuses_a_short_password(self):
+        result = self.run_server("passwd", stdin="eleven-char\n")
+        self.assertEqual(result.returncode, 1)
+        self.assertIn("at least 12", result.stderr)
+        self.assertEqual(result.stdout, "")
+        result = self.run_server("passwd", stdin="twelve-chars\n")
+        self.assertEqual(result.returncode, 0, result.stderr)
+        self.assertTrue(result.stdout.startswith("$argon2id$"))
+
+
+def configure(server, module):
+    global SERVER, MODULE
+    SERVER, MODULE = server, module
+
+
+if __name__ == "__main__":
+    kh.main(configure)
