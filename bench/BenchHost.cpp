@@ -1,8 +1,11 @@
 // The benchmark host: the server selectors of a search tag answered from a TagCall, the
-// database selectors handed to a fresh DatabaseSession for each tag call.
+// database selectors handed to a fresh database service for each tag call, both through the
+// host's own slot adapters.
 #include "BenchHost.h"
 
-#include "DatabaseSession.h"
+#include "DatabaseService.h"
+#include "abi/DatabaseSlots.h"
+#include "abi/ServerSlots.h"
 
 #include <dlfcn.h>
 
@@ -17,47 +20,6 @@ namespace kivbench
 namespace
 {
 
-constexpr uint32_t kNotFound = KIV_FOURCC('M', 'N', 't', 'F');
-
-struct CallContext
-{
-    TagCall* call = nullptr;
-    kiv::db::DatabaseSession* database = nullptr;
-};
-
-uint32_t word(void* address_i)
-{
-    return address_i ? *static_cast<uint32_t*>(address_i) : 0;
-}
-
-std::string_view input(void* text_i, void* lengthPlusOne_i)
-{
-    if (!text_i)
-        return {};
-    const char* characters = static_cast<const char*>(text_i);
-    if (!lengthPlusOne_i)
-        return std::string_view(characters);
-    return std::string_view(characters, ::strnlen(characters, word(lengthPlusOne_i)));
-}
-
-// The size protocol of the real host: on success the capacity word receives the length.
-uint32_t output(void* buffer_i, void* capacity_i, std::string_view value_i)
-{
-    if (!capacity_i || (!buffer_i && !value_i.empty()))
-        return kKivResult_UnknownError;
-    uint32_t& room = *static_cast<uint32_t*>(capacity_i);
-    if (value_i.size() > room)
-    {
-        room = uint32_t(value_i.size());
-        return kKivResult_BufferTooSmall;
-    }
-    std::memcpy(buffer_i, value_i.data(), value_i.size());
-    if (value_i.size() < room)
-        static_cast<char*>(buffer_i)[value_i.size()] = '\0';
-    room = uint32_t(value_i.size());
-    return kKivResult_Success;
-}
-
 const std::string* nthValue(const NameValues& list_i, std::string_view name_i, uint32_t index_i)
 {
     for (const auto& [key, value] : list_i)
@@ -70,77 +32,105 @@ const std::string* nthValue(const NameValues& list_i, std::string_view name_i, u
     return nullptr;
 }
 
+uint32_t found(const std::string* value_i, std::string& out_o)
+{
+    if (!value_i)
+        return kKivResult_NotFound;
+    out_o = *value_i;
+    return kKivResult_Success;
+}
+
+// The server selectors a search tag uses, answered from plain data; the slots are decoded by
+// the host's own adapter.
+class BenchServices : public kiv::abi::ServerRequests
+{
+public:
+    explicit BenchServices(TagCall* call_i) : myCall(call_i) {}
+
+    uint32_t text(uint32_t selector_i, std::string& out_o) override
+    {
+        if (selector_i == kKivServer_GetTag)
+            out_o = myCall->tagName;
+        else if (selector_i == kKivServer_GetTagBody)
+            out_o = myCall->body;
+        else
+            return kKivResult_NotFound;
+        return kKivResult_Success;
+    }
+    uint32_t take(uint32_t, std::string_view, uint32_t) override { return kKivResult_Success; }
+    uint32_t write(std::string_view bytes_i) override
+    {
+        myCall->output.append(bytes_i);
+        return kKivResult_Success;
+    }
+    uint32_t transform(uint32_t, std::string_view, std::string&) override { return kKivResult_NotFound; }
+    uint32_t lookup(uint32_t selector_i, std::string_view name_i, uint32_t index_i,
+                    std::string& out_o) override
+    {
+        switch (selector_i)
+        {
+        case kKivServer_GetTagParameter:
+            return found(nthValue(myCall->parameters, name_i, index_i), out_o);
+        case kKivServer_GetPageVariable:
+            return found(nthValue(myCall->pageVariables, name_i, 0), out_o);
+        case kKivServer_GetPreference:
+        {
+            auto value = myCall->preferences.find(std::string(name_i));
+            return found(value != myCall->preferences.end() ? &value->second : nullptr, out_o);
+        }
+        default:
+            return kKivResult_NotFound;
+        }
+    }
+    uint32_t takePair(uint32_t selector_i, std::string_view first_i, std::string_view second_i) override
+    {
+        if (selector_i == kKivServer_SetErrorInformation)
+            myCall->errorHeadline = first_i;
+        if (selector_i != kKivServer_SetPageVariable)
+            return kKivResult_Success;
+        for (auto& [key, value] : myCall->pageVariables)
+            if (key == first_i)
+            {
+                value = second_i;
+                return kKivResult_Success;
+            }
+        myCall->pageVariables.emplace_back(first_i, second_i);
+        return kKivResult_Success;
+    }
+    uint32_t entry(uint32_t selector_i, uint32_t index_i, std::string& name_o, std::string& value_o) override
+    {
+        if (selector_i != kKivServer_GetTagParameterByIndex || index_i >= myCall->parameters.size())
+            return kKivResult_NotFound;
+        name_o = myCall->parameters[index_i].first;
+        value_o = myCall->parameters[index_i].second;
+        return kKivResult_Success;
+    }
+    uint32_t scalar(uint32_t selector_i, uint32_t& out_o) override
+    {
+        if (selector_i != kKivServer_GetTagParameterCount)
+            return kKivResult_NotFound;
+        out_o = uint32_t(myCall->parameters.size());
+        return kKivResult_Success;
+    }
+
+private:
+    TagCall* myCall;
+};
+
+struct CallContext
+{
+    TagCall* call = nullptr;
+    kiv::abi::DatabaseSlots* database = nullptr;
+};
+
 uint32_t serverCallback(void* connection_i, uint32_t selector_i, void* a3, void* a4, void* a5, void* a6,
                         void* a7)
 {
     auto& context = *static_cast<CallContext*>(connection_i);
-    TagCall* call = context.call;
-    if (call == nullptr) // 'MIni' and 'MTrm': registrations need no answer
+    if (context.call == nullptr) // 'MIni' and 'MTrm': registrations need no answer
         return kKivResult_Success;
-    switch (selector_i)
-    {
-    case kKivServer_GetTag:
-        return output(a3, a4, call->tagName);
-    case kKivServer_GetTagBody:
-        return output(a3, a4, call->body);
-    case kKivServer_GetTagParameter:
-    {
-        const std::string* value = nthValue(call->parameters, input(a3, a4), word(a7));
-        return value ? output(a5, a6, *value) : kNotFound;
-    }
-    case kKivServer_GetTagParameterCount:
-        *static_cast<uint32_t*>(a7) = uint32_t(call->parameters.size());
-        return kKivResult_Success;
-    case kKivServer_GetTagParameterByIndex:
-    {
-        const uint32_t index = word(a7);
-        if (index >= call->parameters.size())
-            return kNotFound;
-        const auto& [name, value] = call->parameters[index];
-        uint32_t& nameRoom = *static_cast<uint32_t*>(a4);
-        uint32_t& valueRoom = *static_cast<uint32_t*>(a6);
-        if (name.size() > nameRoom || value.size() > valueRoom)
-        {
-            nameRoom = uint32_t(name.size());
-            valueRoom = uint32_t(value.size());
-            return kKivResult_BufferTooSmall;
-        }
-        output(a3, a4, name);
-        return output(a5, a6, value);
-    }
-    case kKivServer_GetPreference:
-    {
-        auto value = call->preferences.find(std::string(input(a3, a4)));
-        return value != call->preferences.end() ? output(a5, a6, value->second) : kNotFound;
-    }
-    case kKivServer_GetPageVariable:
-    {
-        const std::string* value = nthValue(call->pageVariables, input(a3, a4), 0);
-        return value ? output(a5, a6, *value) : kNotFound;
-    }
-    case kKivServer_SetPageVariable:
-    {
-        const std::string name(input(a3, a4));
-        for (auto& [key, value] : call->pageVariables)
-            if (key == name)
-            {
-                value = input(a5, a6);
-                return kKivResult_Success;
-            }
-        call->pageVariables.emplace_back(name, input(a5, a6));
-        return kKivResult_Success;
-    }
-    case kKivServer_WriteToServer:
-        call->output.append(static_cast<const char*>(a3), word(a4));
-        return kKivResult_Success;
-    case kKivServer_SetErrorInformation:
-        call->errorHeadline = input(a3, a4);
-        return kKivResult_Success;
-    case kKivServer_WriteToLog:
-        return kKivResult_Success;
-    default:
-        return kNotFound;
-    }
+    BenchServices services(context.call);
+    return kiv::abi::answerServerCall(services, selector_i, a3, a4, a5, a6, a7);
 }
 
 uint32_t databaseCallback(void* connection_i, uint32_t selector_i, void* a3, void* a4, void* a5, void* a6,
@@ -149,7 +139,7 @@ uint32_t databaseCallback(void* connection_i, uint32_t selector_i, void* a3, voi
     auto& context = *static_cast<CallContext*>(connection_i);
     if (context.database == nullptr)
         return kKivResult_UnknownFunction;
-    return context.database->handle(selector_i, a3, a4, a5, a6, a7, a8);
+    return context.database->call(selector_i, a3, a4, a5, a6, a7, a8);
 }
 
 uint32_t request(KivProcessRequestProc entry_i, uint32_t code_i, CallContext& context_i)
@@ -186,9 +176,11 @@ BenchHost::~BenchHost()
 
 uint32_t BenchHost::runTag(TagCall& call)
 {
-    kiv::db::DatabaseSession session(kiv::db::SessionEnvironment{myDataFolder});
-    session.setCurrentTag(call.tagName);
-    CallContext context{&call, &session};
+    kiv::db::ServiceEnvironment environment;
+    environment.dataFolder = myDataFolder;
+    kiv::db::DatabaseService service(environment);
+    kiv::abi::DatabaseSlots slots(service);
+    CallContext context{&call, &slots};
     return request(myEntry, kKivRequest_ProcessTag, context);
 }
 

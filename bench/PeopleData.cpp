@@ -3,9 +3,9 @@
 // bytes.
 #include "PeopleData.h"
 
-#include "CsvFormat.h"
-#include "DatabaseSession.h"
-#include "EmbeddedStore.h"
+#include "DatabaseService.h"
+#include "embedded/EmbeddedStore.h"
+#include "files/CsvFormat.h"
 #include "KivModuleInterface.h"
 
 #include <cstdint>
@@ -58,38 +58,11 @@ template <typename T, size_t N> constexpr uint32_t countOf(T (&)[N])
     return uint32_t(N);
 }
 
-class Session
+void check(uint32_t result_i, kiv::db::DatabaseService& service_i, const std::string& what_i)
 {
-public:
-    explicit Session(const std::filesystem::path& dataFolder)
-        : mySession(kiv::db::SessionEnvironment{dataFolder, std::chrono::milliseconds(2000), false})
-    {
-        mySession.setCurrentTag("kivModifyDatabase");
-        std::string connection = ",,";
-        uint32_t size = uint32_t(connection.size() + 1);
-        check(call(kKivDB_Initialize, nullptr, connection.data(), &size), "initialize the database service");
-    }
-    ~Session() { call(kKivDB_Terminate); }
-
-    uint32_t call(uint32_t selector_i, void* a3 = nullptr, void* a4 = nullptr, void* a5 = nullptr,
-                  void* a6 = nullptr, void* a7 = nullptr, void* a8 = nullptr)
-    {
-        return mySession.handle(selector_i, a3, a4, a5, a6, a7, a8);
-    }
-    uint32_t callWithText(uint32_t selector_i, void* a3_i, std::string text_i, void* a8_i = nullptr)
-    {
-        uint32_t size = uint32_t(text_i.size() + 1);
-        return call(selector_i, a3_i, text_i.data(), &size, nullptr, nullptr, a8_i);
-    }
-    static void check(uint32_t result_i, const std::string& what_i)
-    {
-        if (result_i != 0)
-            throw std::runtime_error("cannot " + what_i + " (result " + std::to_string(result_i) + ")");
-    }
-
-private:
-    kiv::db::DatabaseSession mySession;
-};
+    if (result_i != 0)
+        throw std::runtime_error("cannot " + what_i + ": " + service_i.lastFailure().line);
+}
 
 } // namespace
 
@@ -122,17 +95,15 @@ void loadPeople(const std::filesystem::path& dataFolder, const std::string& name
 {
     std::filesystem::create_directories(dataFolder);
     {
-        Session session(dataFolder);
-        Session::check(session.callWithText(kKivDB_CreateDatabase, nullptr, name), "create " + name);
-        uint32_t handle = 0;
-        uint32_t mode = 3;
-        std::string databaseName = name;
-        std::string uniqueField;
-        uint32_t nameSize = uint32_t(databaseName.size() + 1);
-        uint32_t uniqueSize = 1;
-        Session::check(session.call(kKivDB_OpenDatabase, &handle, databaseName.data(), &nameSize,
-                                    uniqueField.data(), &uniqueSize, &mode),
-                       "open " + name);
+        kiv::db::ServiceEnvironment environment;
+        environment.dataFolder = dataFolder;
+        environment.exportsFolder = std::filesystem::absolute(csv).parent_path(); // where the file is
+        kiv::db::DatabaseService service(environment);
+        kiv::db::DatabaseHandle handle = 0;
+        check(service.openDatabase(name, kiv::db::OpenMode::Exclusive, kiv::db::OpenIntent::CreateIfMissing,
+                                   "", handle),
+              service, "create " + name);
+        kiv::db::Database& database = *service.database(handle);
         const uint32_t indexed = cityNameIndex ? 0 : kKivFieldFlag_Indexed;
         const std::pair<const char*, uint32_t> fields[] = {
             {"Name", (kKivFieldType_Text << kKivFieldTypeShift) | 40 | indexed},
@@ -141,15 +112,9 @@ void loadPeople(const std::filesystem::path& dataFolder, const std::string& name
             {"Email", (kKivFieldType_Text << kKivFieldTypeShift) | 80},
             {"Phone", (kKivFieldType_Text << kKivFieldTypeShift) | 20}};
         for (auto [field, typeWord] : fields)
-            Session::check(session.callWithText(kKivDB_AddField, &handle, field, &typeWord),
-                           std::string("add the field ") + field);
-        std::string path = std::filesystem::absolute(csv).string();
-        uint32_t pathSize = uint32_t(path.size() + 1);
+            check(database.addField(field, typeWord), service, std::string("add the field ") + field);
         uint32_t imported = 0;
-        Session::check(
-            session.call(kKivDB_Import, &handle, path.data(), &pathSize, nullptr, nullptr, &imported),
-            "import " + path);
-        session.call(kKivDB_CloseDatabase, &handle);
+        check(database.importRecords(csv.filename().string(), imported), service, "import " + csv.string());
     }
     if (cityNameIndex)
     {

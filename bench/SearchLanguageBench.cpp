@@ -1,6 +1,6 @@
 // The embedded service's search language parser: the criteria the search tag builds for a
 // page (one or two comparisons and an ORDER BY) and a long generated chain.
-#include "SearchLanguage.h"
+#include "search/SearchLanguage.h"
 
 #include <benchmark/benchmark.h>
 

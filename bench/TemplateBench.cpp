@@ -57,7 +57,7 @@ uint32_t MemoryDatabase(void*, uint32_t selector_i, void*, void* a4, void* a5, v
 {
     const MemoryField* field = FindField(static_cast<const char*>(a4), *static_cast<uint32_t*>(a5));
     if (field == nullptr)
-        return KIV_FOURCC('M', 'N', 't', 'F');
+        return kKivResult_NotFound;
     if (selector_i == kKivDB_GetFieldInfoByName)
     {
         *static_cast<uint32_t*>(a8) = field->typeWord;

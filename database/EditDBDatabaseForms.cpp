@@ -10,7 +10,6 @@
 namespace
 {
 
-const KivUInt32 kEditDBResult_FieldExists = KivFourCharCode('M', 'U', 'n', 'q');
 const char* const kEditDBFieldNameHint =
     "Make sure that the post argument carrying the field's name is being posted.";
 
@@ -325,7 +324,7 @@ unsigned int EditDB_VerifyDeleteFieldForm(_KIVAPI_ModuleProcessingInfo* processi
         EditDB_ReportError(processingInfo_i,
                            "The database system was unable to find the name of the field to be deleted.",
                            kEditDBFieldNameHint);
-        return kModifyDBResult_NotFound;
+        return kKivResult_NotFound;
     }
     EditDB_AppendFormStart(processingInfo_i, output_io);
     EditDB_AppendFieldsHeader(processingInfo_i, output_io, database_i, ")");
@@ -386,7 +385,7 @@ unsigned int EditDB_AddField(_KIVAPI_ModuleProcessingInfo* processingInfo_i, con
         EditDB_ReportError(processingInfo_i,
                            "The database system was unable to find the name of the field to be added.",
                            kEditDBFieldNameHint);
-        return kModifyDBResult_NotFound;
+        return kKivResult_NotFound;
     }
     KivString typeName;
     if (!EditDB_GetPostArgument(processingInfo_i, kEditDBPostArgument_FieldType, typeName))
@@ -394,7 +393,7 @@ unsigned int EditDB_AddField(_KIVAPI_ModuleProcessingInfo* processingInfo_i, con
         EditDB_ReportError(processingInfo_i,
                            "The database system was unable to find the type of the field to be added.",
                            "Make sure that the post argument carrying the field's type is being posted.");
-        return kModifyDBResult_NotFound;
+        return kKivResult_NotFound;
     }
     KivString length, indexed, unique;
     EditDB_GetPostArgument(processingInfo_i, kEditDBPostArgument_FieldLength, length, "0");
@@ -411,7 +410,7 @@ unsigned int EditDB_AddField(_KIVAPI_ModuleProcessingInfo* processingInfo_i, con
         headline += " field to the ";
         headline += EditDB_Quoted(KivGlueDBGetDatabaseName(processingInfo_i, database_i));
         headline += " database.";
-        if (result == kEditDBResult_FieldExists)
+        if (result == kKivResult_NotUnique)
             headline += "  The field already exists.";
         headline += EditDB_GetErrorDetail(processingInfo_i, database_i);
         EditDB_ReportError(processingInfo_i, headline, "Make sure the field does not already exist.");
@@ -429,7 +428,7 @@ unsigned int EditDB_DeleteField(_KIVAPI_ModuleProcessingInfo* processingInfo_i,
         EditDB_ReportError(processingInfo_i,
                            "The database system was unable to find the name of the field to be deleted.",
                            kEditDBFieldNameHint);
-        return kModifyDBResult_NotFound;
+        return kKivResult_NotFound;
     }
     const unsigned int result = KivGlueDBDeleteField(processingInfo_i, database_i, fieldName);
     if (result != 0)

@@ -25,17 +25,17 @@ unsigned int EditDB_GetTransferPath(_KIVAPI_ModuleProcessingInfo* processingInfo
     {
         EditDB_ReportError(processingInfo_i, missing_i,
                            "Make sure that the post argument carrying the filename is being posted.");
-        return kModifyDBResult_NotFound;
+        return kKivResult_NotFound;
     }
     path_io.Trim(kModifyDBBlanks);
     if (path_io.IsEmpty())
     {
         EditDB_ReportError(processingInfo_i, empty_i, emptyHint_i);
-        return kModifyDBResult_Invalid;
+        return kKivResult_InvalidValue;
     }
     // The host reports its own refusal; it may also rewrite the path to where the file lives.
     if (!KivGlueVerifyRegionContainsFile(processingInfo_i, path_io))
-        return kModifyDBResult_NotAuthorized;
+        return kKivResult_NotAuthorized;
     return 0;
 }
 
@@ -95,7 +95,7 @@ unsigned int EditDB_Export(_KIVAPI_ModuleProcessingInfo* processingInfo_i, const
             processingInfo_i,
             "The requested export file cannot be created because a folder by that name already exists.",
             "Try again using a different export file name.");
-        return kModifyDBResult_OpenFailed;
+        return kKivResult_OpenFailed;
     }
 
     const KivString fieldList = EditDB_GetExportFieldList(processingInfo_i, database_i);
@@ -127,7 +127,7 @@ unsigned int EditDB_ExportRecords(_KIVAPI_ModuleProcessingInfo* processingInfo_i
     {
         EditDB_ReportError(processingInfo_i, "An unexpected error occurred due to a thrown exception.",
                            "Contact the system administrator and report the problem.");
-        return kModifyDBResult_Unknown;
+        return kKivResult_UnknownError;
     }
 }
 

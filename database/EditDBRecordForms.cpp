@@ -13,7 +13,6 @@
 namespace
 {
 
-const KivUInt32 kEditDBResult_NotIndexed = KivFourCharCode('M', 'I', 'd', 'x');
 const char* const kEditDBNoOrderField = "nokivsearchfieldselected";
 // Multi-valued arguments are read up to this many values.
 const unsigned int kEditDBMaxArgumentValues = 512;
@@ -484,7 +483,7 @@ unsigned int EditDB_RecordSearchForm(_KIVAPI_ModuleProcessingInfo* processingInf
                            "The &quot;kivEditDatabase&quot; tag reached an undefined state in the "
                            "RecordSearchForm function.",
                            kEditDBHint_ContactAdministrator);
-        return kModifyDBResult_Unknown;
+        return kKivResult_UnknownError;
     }
     const KivString headerColor = EditDB_GetHeaderColor(processingInfo_i);
 
@@ -608,19 +607,19 @@ unsigned int EditDB_SearchRecords(_KIVAPI_ModuleProcessingInfo* processingInfo_i
     KivString headline("The database system was unable to search the &quot;");
     headline += EditDB_HTML(EditDB_GetDatabaseName(processingInfo_i, database_i));
     const char* hint = kEditDBHint_ContactAdministrator;
-    if (result == kEditDBResult_NotIndexed)
+    if (result == kKivResult_NotIndexed)
     {
         headline +=
             KivString("&quot; database because the &quot;") + errorText + "&quot; field is not indexed.";
         hint = "Fields must be indexed to be searchable by the internal database system.";
     }
-    else if (result == kModifyDBResult_NotFound)
+    else if (result == kKivResult_NotFound)
     {
         headline +=
             KivString("&quot; database because the &quot;") + errorText + "&quot; field could not be found.";
         hint = "Make sure the field exists in the database.";
     }
-    else if (result == kSearchDBResult_InvalidFormat)
+    else if (result == kKivResult_ImproperFormat)
     {
         headline += KivString("&quot; database because the following search information was improperly "
                               "formatted:<p>") +
@@ -747,7 +746,7 @@ unsigned int EditDB_RecordDisplayForm(_KIVAPI_ModuleProcessingInfo* processingIn
                            "The &quot;kivEditDatabase&quot; tag reached an undefined state during the "
                            "RecordDisplayForm function.",
                            kEditDBHint_ContactAdministrator);
-        return kModifyDBResult_Unknown;
+        return kKivResult_UnknownError;
     }
     const bool mirrorButtons = EditDB_GetTagParameter(processingInfo_i, kEditDBParameter_MirrorButtons, "no")
                                    .CompareTo("yes", kKivString_CaseInsensitive) == kKivCompare_Equal;
@@ -779,7 +778,7 @@ unsigned int EditDB_BlankRecordForm(_KIVAPI_ModuleProcessingInfo* processingInfo
                            "The &quot;kivEditDatabase&quot; tag reached an undefined state during the "
                            "BlankRecordForm function.",
                            kEditDBHint_ContactAdministrator);
-        return kModifyDBResult_Unknown;
+        return kKivResult_UnknownError;
     }
     EditDB_AppendFormStart(processingInfo_i, output_io);
     EditDB_AppendRecordsHeader(processingInfo_i, output_io, database_i, "Records (", "):");

@@ -113,7 +113,7 @@ unsigned int EditDB_ImportAction(EditDB_Request& request_io)
     if (KivGlueDBGetFieldCount(info, request_io.database) == 0)
     {
         KivGlueDBCloseDatabase(info, request_io.database);
-        unsigned int result = KivGlueDBOpenDatabase(info, request_io.databaseName, kModifyDBAccess_Exclusive,
+        unsigned int result = KivGlueDBOpenDatabase(info, request_io.databaseName, kKivOpenMode_Exclusive,
                                                     request_io.database, request_io.uniqueIDFieldName);
         if (result != 0)
         {
@@ -349,7 +349,7 @@ unsigned int EditDB_ProcessRequest(EditDB_Request& request_io)
         action == kEditDB_ID_Action_ManageFields || action == kEditDB_ID_Action_AddField ||
         action == kEditDB_ID_Action_VerifyDeleteField || action == kEditDB_ID_Action_DeleteField;
     result = KivGlueDBOpenDatabase(info, request_io.databaseName,
-                                   structural ? kModifyDBAccess_Exclusive : kModifyDBAccess_Shared,
+                                   structural ? kKivOpenMode_Exclusive : kKivOpenMode_Shared,
                                    request_io.database, request_io.uniqueIDFieldName);
     if (result != 0)
     {
@@ -390,7 +390,7 @@ unsigned int ProcessEditDatabase(_KIVAPI_ModuleProcessingInfo* processingInfo_i,
         EditDB_GetTagParameter(processingInfo_i, kEditDBParameter_UniqueIDFieldName, "");
     request.uniqueIDFieldName.Trim(kModifyDBBlanks);
     if (request.uniqueIDFieldName.IsEmpty())
-        request.uniqueIDFieldName = "KIVIDFIELD";
+        request.uniqueIDFieldName = KIV_DEFAULT_UNIQUE_ID_FIELD;
     request.usesODBC = dataSource.IsNotEmpty() && userName.IsNotEmpty();
 
     unsigned int result = KivGlueDBInitialize(processingInfo_i, dataSource, userName, password);

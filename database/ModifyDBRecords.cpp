@@ -91,7 +91,7 @@ unsigned int ModifyDB_MoveToFirstFound(_KIVAPI_ModuleProcessingInfo* processingI
                                        const unsigned int& database_i)
 {
     unsigned int result = KivGlueDBMoveFirstRecord(processingInfo_i, database_i);
-    if (result == kModifyDBResult_BeginningOfFile || result == kModifyDBResult_EndOfFile)
+    if (result == kKivResult_BeginningOfFile || result == kKivResult_EndOfFile)
         return 0;
     if (result != 0)
         ModifyDB_ReportError(processingInfo_i,
@@ -107,15 +107,15 @@ unsigned int ModifyDB_GetFileLocation(_KIVAPI_ModuleProcessingInfo* processingIn
                                       const char* emptyHeadline_i, const char* emptyHint_i)
 {
     if (!KivGlueGetRequiredTagParameter(processingInfo_i, kModifyDBParameter_FileLocation, 0, path_io))
-        return kModifyDBResult_MissingParameter;
+        return kKivResult_MissingParameter;
     path_io.Trim(kModifyDBBlanks);
     if (path_io.IsEmpty())
     {
         KivGlueSetErrorInformation(processingInfo_i, emptyHeadline_i, emptyHint_i);
-        return kModifyDBResult_Invalid;
+        return kKivResult_InvalidValue;
     }
     if (!KivGlueVerifyRegionContainsFile(processingInfo_i, path_io))
-        return kModifyDBResult_NotAuthorized;
+        return kKivResult_NotAuthorized;
     return 0;
 }
 } // namespace
@@ -208,7 +208,7 @@ unsigned int ModifyDB_SetFieldValue(_KIVAPI_ModuleProcessingInfo* processingInfo
     case kModifyDBValueClass_Unsupported:
         break;
     }
-    return kModifyDBResult_Unknown;
+    return kKivResult_UnknownError;
 }
 
 unsigned int ModifyDB_SetFieldValuesFromParameters(_KIVAPI_ModuleProcessingInfo* processingInfo_i,
@@ -394,7 +394,7 @@ unsigned int ModifyDB_Export(_KIVAPI_ModuleProcessingInfo* processingInfo_i, con
 
     unsigned int count = 0;
     result = KivGlueDBExport(processingInfo_i, database_i, path, count, KivString());
-    if (result == kModifyDBResult_EndOfFile)
+    if (result == kKivResult_EndOfFile)
         result = 0;
     if (result != 0)
     {

@@ -1,6 +1,5 @@
-// Pieces shared by the search and modify tags (and the editor's record forms): the result codes
-// they report, the value class of a field's type code, search criteria conditions, result
-// variables and error reporting.
+// Pieces shared by the search and modify tags (and the editor's record forms): the value class
+// of a field's type code, search criteria conditions, result variables and error reporting.
 #ifndef MODIFY_DB_SHARED_H
 #define MODIFY_DB_SHARED_H
 
@@ -9,22 +8,7 @@
 #include "KivStringID.h"
 #include "KivTypes.h"
 
-// Result codes of the database tags, besides those the database services return.
-constexpr KivUInt32 kModifyDBResult_MissingParameter = KivFourCharCode('M', 'M', 'R', 'P');
-constexpr KivUInt32 kModifyDBResult_OpenFailed = KivFourCharCode('M', 'O', 'p', 'F');
-constexpr KivUInt32 kModifyDBResult_InvalidRequest = KivFourCharCode('M', 'I', 'R', 'q');
-constexpr KivUInt32 kModifyDBResult_Unknown = KivFourCharCode('M', 'U', 'n', 'k');
-constexpr KivUInt32 kModifyDBResult_Invalid = KivFourCharCode('M', 'I', 'n', 'v');
-constexpr KivUInt32 kModifyDBResult_NotAuthorized = KivFourCharCode('M', 'N', 'A', 'u');
-constexpr KivUInt32 kModifyDBResult_NotFound = KivFourCharCode('M', 'N', 't', 'F');
-constexpr KivUInt32 kModifyDBResult_BeginningOfFile = KivFourCharCode('M', 'B', 'O', 'F');
-constexpr KivUInt32 kModifyDBResult_EndOfFile = KivFourCharCode('M', 'E', 'O', 'F');
-constexpr KivUInt32 kSearchDBResult_InvalidParameterValue = KivFourCharCode('M', 'I', 'P', 'V');
-constexpr KivUInt32 kSearchDBResult_InvalidFormat = KivFourCharCode('M', 'I', 'F', 't');
-
-// Open modes of KivGlueDBOpenDatabase.
-constexpr unsigned int kModifyDBAccess_Shared = 2;
-constexpr unsigned int kModifyDBAccess_Exclusive = 3;
+// Result codes and open modes are the interface header's (kKivResult_..., kKivOpenMode_...).
 
 // How a field's value is written and read, by the type code in bits 16-23 of its info word.
 // ODBC types map onto the host's own classes; SQL DECIMAL is read as a Float and SQL BIGINT as a

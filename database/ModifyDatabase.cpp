@@ -11,7 +11,6 @@
 
 namespace
 {
-const char* const kModifyDBDefaultUniqueIDFieldName = "KIVIDFIELD";
 
 // Type words of listFields and addField, by type code 1 to 7.
 const char* const kModifyDBTypeNames[] = {"Boolean", "Integer", "UInteger", "Float",
@@ -71,14 +70,14 @@ unsigned int ModifyDB_CreateOrDeleteDatabase(_KIVAPI_ModuleProcessingInfo* proce
         KivGlueSetErrorInformation(processingInfo_i,
                                    "Cannot create database " + name + " as it already exists.",
                                    "Make sure the database does not exist before trying to create it.");
-        return kModifyDBResult_OpenFailed;
+        return kKivResult_OpenFailed;
     }
     if (!create_i && !ModifyDB_ListContains(list, databaseName_i))
     {
         KivGlueSetErrorInformation(processingInfo_i,
                                    "Cannot delete database " + name + " as it does not exist.",
                                    "Make sure the database exists before trying to delete it.");
-        return kModifyDBResult_OpenFailed;
+        return kKivResult_OpenFailed;
     }
     result = create_i ? KivGlueDBCreateDatabase(processingInfo_i, databaseName_i)
                       : KivGlueDBDeleteDatabase(processingInfo_i, databaseName_i);
@@ -97,8 +96,8 @@ unsigned int ModifyDB_ImportReopening(_KIVAPI_ModuleProcessingInfo* processingIn
         unsigned int result = KivGlueDBCloseDatabase(processingInfo_i, database_io);
         if (result != 0)
             return result;
-        result = KivGlueDBOpenDatabase(processingInfo_i, databaseName_i, kModifyDBAccess_Exclusive,
-                                       database_io, KivString());
+        result = KivGlueDBOpenDatabase(processingInfo_i, databaseName_i, kKivOpenMode_Exclusive, database_io,
+                                       KivString());
         if (result != 0)
         {
             ModifyDB_ReportError(processingInfo_i,
@@ -127,13 +126,13 @@ unsigned int ModifyDB_ModifyExistingDatabase(_KIVAPI_ModuleProcessingInfo* proce
                                    "Cannot modify database as database " + ModifyDB_Quoted(databaseName_i) +
                                        " does not exist.",
                                    "Make sure the database exists before trying to modify it.");
-        return kModifyDBResult_InvalidRequest;
+        return kKivResult_InvalidRequest;
     }
 
     const bool structural = mode_i == kModifyDBFunction_AddField || mode_i == kModifyDBFunction_DeleteField;
     unsigned int database = 0;
     result = KivGlueDBOpenDatabase(processingInfo_i, databaseName_i,
-                                   structural ? kModifyDBAccess_Exclusive : kModifyDBAccess_Shared, database,
+                                   structural ? kKivOpenMode_Exclusive : kKivOpenMode_Shared, database,
                                    uniqueIDFieldName_i);
     if (result != 0)
     {
@@ -172,18 +171,18 @@ unsigned int ModifyDB_Dispatch(_KIVAPI_ModuleProcessingInfo* processingInfo_i, K
                            KivString());
     uniqueIDFieldName.Trim(kModifyDBBlanks);
     if (uniqueIDFieldName.IsEmpty())
-        uniqueIDFieldName = kModifyDBDefaultUniqueIDFieldName;
+        uniqueIDFieldName = KIV_DEFAULT_UNIQUE_ID_FIELD;
 
     KivString modeText;
     if (!KivGlueGetRequiredTagParameter(processingInfo_i, kModifyDBParameter_Function, 0, modeText))
-        return kModifyDBResult_MissingParameter;
+        return kKivResult_MissingParameter;
     const KivStringID mode(modeText, kKivStringID_CaseInsensitive);
     if (mode == kModifyDBFunction_ListDatabases)
         return ModifyDB_ListDatabases(processingInfo_i, output_io);
 
     KivString databaseName;
     if (!KivGlueGetRequiredTagParameter(processingInfo_i, kModifyDBParameter_DatabaseName, 0, databaseName))
-        return kModifyDBResult_MissingParameter;
+        return kKivResult_MissingParameter;
     if (mode == kModifyDBFunction_CreateDatabase)
         return ModifyDB_CreateOrDeleteDatabase(processingInfo_i, databaseName, true);
     if (mode == kModifyDBFunction_DeleteDatabase)
@@ -286,7 +285,7 @@ unsigned int ModifyDB_AddField(_KIVAPI_ModuleProcessingInfo* processingInfo_i, c
     KivString fieldType;
     if (!KivGlueGetRequiredTagParameter(processingInfo_i, kModifyDBParameter_FieldName, 0, fieldName) ||
         !KivGlueGetRequiredTagParameter(processingInfo_i, kModifyDBParameter_FieldType, 0, fieldType))
-        return kModifyDBResult_MissingParameter;
+        return kKivResult_MissingParameter;
 
     KivString lengthText;
     KivGlueGetTagParameter(processingInfo_i, kModifyDBParameter_FieldLength, 0, lengthText, KivString("0"));
@@ -342,7 +341,7 @@ unsigned int ModifyDB_DeleteField(_KIVAPI_ModuleProcessingInfo* processingInfo_i
 {
     KivString fieldName;
     if (!KivGlueGetRequiredTagParameter(processingInfo_i, kModifyDBParameter_FieldName, 0, fieldName))
-        return kModifyDBResult_MissingParameter;
+        return kKivResult_MissingParameter;
     unsigned int result = KivGlueDBDeleteField(processingInfo_i, database_i, fieldName);
     if (result != 0)
     {

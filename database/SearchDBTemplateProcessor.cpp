@@ -99,7 +99,7 @@ unsigned int KivSearchDBTemplateProcessor::RunTemplate(_KIVAPI_ModuleProcessingI
                     "An Kiv database field placeholder was found but was missing its closing semicolon.",
                     "Make sure that all database field placeholders are formatted using the "
                     "&kivDBField(FieldName); syntax.");
-                result = kSearchDBResult_InvalidFormat;
+                result = kKivResult_ImproperFormat;
                 break;
             }
 
@@ -108,7 +108,7 @@ unsigned int KivSearchDBTemplateProcessor::RunTemplate(_KIVAPI_ModuleProcessingI
             KivString fieldName = working.GetSubstring(start + markerLength, end - start - markerLength);
             unsigned int fieldInfoWord = 0;
             result = KivGlueDBGetFieldInfo(processingInfo_i, database_i, fieldName, fieldInfoWord);
-            if (result == kModifyDBResult_NotFound)
+            if (result == kKivResult_NotFound)
             {
                 if (fieldName.IsEmpty())
                 {

@@ -163,7 +163,7 @@ unsigned int SearchDB_SearchOpenDatabase(_KIVAPI_ModuleProcessingInfo* processin
 {
     SearchDB_PrecisionDictionary precision;
     if (!SearchDB_ReadPrecisions(processingInfo_i, precision))
-        return kSearchDBResult_InvalidParameterValue;
+        return kKivResult_InvalidParameterValue;
 
     const unsigned int page = SearchDB_GetPositiveParameter(processingInfo_i, kSearchDBParameter_Page, 1, 1);
     unsigned int perPage =
@@ -201,7 +201,7 @@ unsigned int SearchDB_SearchOpenDatabase(_KIVAPI_ModuleProcessingInfo* processin
     }
 
     result = KivGlueDBMoveFirstRecord(processingInfo_i, database_i);
-    if (result == kModifyDBResult_BeginningOfFile || result == kModifyDBResult_EndOfFile)
+    if (result == kKivResult_BeginningOfFile || result == kKivResult_EndOfFile)
         result = 0;
     if (result != 0)
     {
@@ -272,7 +272,7 @@ unsigned int ProcessSearchDatabase(_KIVAPI_ModuleProcessingInfo* processingInfo_
     if (!KivGlueGetRequiredTagParameter(processingInfo_i, kSearchDBParameter_DatabaseName, 0, databaseName))
     {
         KivGlueDBTerminate(processingInfo_i);
-        return kModifyDBResult_MissingParameter;
+        return kKivResult_MissingParameter;
     }
 
     KivString criteria;
@@ -281,7 +281,7 @@ unsigned int ProcessSearchDatabase(_KIVAPI_ModuleProcessingInfo* processingInfo_
 
     unsigned int database = 0;
     result =
-        KivGlueDBOpenDatabase(processingInfo_i, databaseName, kModifyDBAccess_Shared, database, KivString());
+        KivGlueDBOpenDatabase(processingInfo_i, databaseName, kKivOpenMode_Shared, database, KivString());
     if (result != 0)
     {
         ModifyDB_ReportError(

@@ -60,16 +60,52 @@ enum
     kKivRequest_PerformAction = 0x4D416374   /* 'MAct' */
 };
 
-/* Result codes. 'MBOF' and 'MEOF' from cursor moves mean "no record", not failure. */
+/* Result codes shared by hosts and modules: the one place they are declared. A code a host
+ * answers and a code a module tests for are the same symbol. docs/database-service.md gives
+ * the situations in which the host's database service answers each one. */
 enum
 {
     kKivResult_Success = 0,
-    kKivResult_BufferTooSmall = 0x4D427453,  /* 'MBtS' */
-    kKivResult_UnknownFunction = 0x4D556E46, /* 'MUnF' */
+    /* An output buffer was too small; its capacity word now holds the size needed. */
+    kKivResult_BufferTooSmall = 0x4D427453, /* 'MBtS' */
+    kKivResult_UnknownFunction = 0x4D556E46, /* 'MUnF' the selector or request is unknown */
     kKivResult_UnknownError = 0x4D556E6B,    /* 'MUnk' */
+    /* Cursor moves: no record before the first or after the last result ("no record", not a
+     * failure). 'MEOF' from an export: every result was written. */
     kKivResult_BeginningOfFile = 0x4D424F46, /* 'MBOF' */
-    kKivResult_EndOfFile = 0x4D454F46        /* 'MEOF' */
+    kKivResult_EndOfFile = 0x4D454F46,       /* 'MEOF' */
+    /* Not found: a field (the database's error text is its name), a parameter, an argument,
+     * a page variable, a preference, a post argument a form should have sent. */
+    kKivResult_NotFound = 0x4D4E7446, /* 'MNtF' */
+    /* A search text that is not well formed; the error text says what and where. */
+    kKivResult_ImproperFormat = 0x4D494674, /* 'MIFt' */
+    /* A search needs an index the field lacks; the error text is the field's name. */
+    kKivResult_NotIndexed = 0x4D496478, /* 'MIdx' */
+    /* Not unique: the field already exists, or another record holds the value of a unique
+     * field. */
+    kKivResult_NotUnique = 0x4D556E71, /* 'MUnq' */
+    /* Refused: a path outside what the page may reach, a header the server keeps. */
+    kKivResult_NotAuthorized = 0x4D4E4175, /* 'MNAu' */
+    /* A malformed or empty value (a file location, a status text). */
+    kKivResult_InvalidValue = 0x4D496E76, /* 'MInv' */
+    /* The database tags' own results. */
+    kKivResult_MissingParameter = 0x4D4D5250,      /* 'MMRP' a required tag parameter is missing */
+    kKivResult_OpenFailed = 0x4D4F7046,            /* 'MOpF' create/delete/export target refused */
+    kKivResult_InvalidRequest = 0x4D495271,        /* 'MIRq' the named database does not exist */
+    kKivResult_InvalidParameterValue = 0x4D495056  /* 'MIPV' a tag parameter's value is unusable */
 };
+
+/* Open modes of the database service's 'MDOp' (a8). Exclusive keeps every other open out;
+ * fields can be added or deleted only then. */
+enum
+{
+    kKivOpenMode_Shared = 2,
+    kKivOpenMode_Exclusive = 3
+};
+
+/* The field that identifies a record when a tag names none: the unique ID every database of
+ * the host's own store has, and the name hosts look for first in an ODBC table. */
+#define KIV_DEFAULT_UNIQUE_ID_FIELD "KIVIDFIELD"
 
 /* Server callback selectors (module to host). Some share their characters with request
  * codes; they are a separate name space. */

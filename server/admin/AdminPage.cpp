@@ -1,6 +1,7 @@
 // Administration page.
 #include "admin/AdminPage.h"
 
+#include "DatabaseService.h"
 #include "logging/Log.h"
 
 namespace kiv
@@ -15,6 +16,40 @@ std::string row(std::string_view label, std::string_view value)
 {
     return "<tr><th>" + std::string(label) + "</th><td>" + htmlEncode(value.empty() ? "-" : value) +
            "</td></tr>\n";
+}
+
+// The region's own databases, read through the typed database service: their fields and
+// records, so an administrator sees what the pages work on without opening the editor.
+std::string renderDatabases(RequestContext& request)
+{
+    db::DatabaseService& service = request.databaseService();
+    std::vector<std::string> names;
+    std::string html = "<section class=\"databases\">\n<h2>Databases</h2>\n";
+    if (service.listDatabases(names) != 0)
+        return html + "<p>The databases cannot be listed: " + htmlEncode(service.lastFailure().line) +
+               "</p>\n</section>\n";
+    if (names.empty())
+        return html + "<p>The region has no databases yet.</p>\n</section>\n";
+    html += "<table>\n<tr><th>Database</th><th>Records</th><th>Fields</th></tr>\n";
+    for (const auto& name : names)
+    {
+        db::DatabaseHandle handle = 0;
+        if (service.openDatabase(name, db::OpenMode::Shared, db::OpenIntent::MustExist, "", handle) != 0)
+        {
+            html += row(name, service.lastFailure().line);
+            continue;
+        }
+        db::Database& database = *service.database(handle);
+        uint32_t records = 0;
+        database.recordCount(records);
+        std::string fields;
+        for (size_t i = 0; i < database.fieldCount(); ++i)
+            fields += (i ? ", " : "") + database.fieldAt(i)->name;
+        html += "<tr><td>" + htmlEncode(name) + "</td><td>" + std::to_string(records) + "</td><td>" +
+                htmlEncode(fields) + "</td></tr>\n";
+        service.closeDatabase(handle);
+    }
+    return html + "</table>\n</section>\n";
 }
 
 } // namespace
@@ -88,6 +123,7 @@ void AdminPage::handle(RequestContext& request, HttpResponse& response)
         html += "<p>No modules are loaded.</p>\n";
     for (size_t i = 0; i < modules.size(); ++i)
         html += renderModule(i, *modules[i], request);
+    html += renderDatabases(request);
     html += "</body></html>\n";
     response.status = 200;
     response.body = std::move(html);

@@ -1,7 +1,7 @@
-// The administration page: what each loaded module registered, and each module's
-// preference form (the module's own 'MGPr' controls inside a form whose post is handed
-// back to it with 'MSPr'). Preferences are stored per region. Access control is the
-// site's job; this page assumes an authenticated, same-origin request.
+// The administration page: what each loaded module registered, each module's preference
+// form (the module's own 'MGPr' controls inside a form whose post is handed back to it with
+// 'MSPr'), and the region's databases. Preferences are stored per region. Access control is
+// the site's job; this page assumes an authenticated, same-origin request.
 #pragma once
 
 #include "http/HttpMessage.h"

@@ -203,6 +203,9 @@ RegionConfig readRegion(TableReader& table, const fs::path& base, size_t index, 
     region.siteRoot = resolvePath(base, root);
     std::string data = table.string("data", "");
     region.dataFolder = data.empty() ? fs::path(region.siteRoot.string() + "-data") : resolvePath(base, data);
+    std::string exports = table.string("exports_folder", "");
+    if (!exports.empty())
+        region.exportsFolder = resolvePath(base, exports);
     std::string language = table.string("language", "en");
     region.language = languageCode(language);
     if (region.language == 0)

@@ -26,6 +26,8 @@ struct RegionConfig
     std::vector<std::string> hostNames; // empty: the region answers any host
     std::filesystem::path siteRoot;
     std::filesystem::path dataFolder;
+    // Where export and import files go, made on first use; empty: "exports" in the data folder.
+    std::filesystem::path exportsFolder;
     uint32_t language = 0x01000000; // a localization language code (English)
     std::vector<std::string> pageExtensions{".html", ".htm"};
     std::vector<std::string> indexFiles{"index.html", "index.htm"};

@@ -49,12 +49,14 @@ ConversionError storeInteger(FieldType type, std::optional<int64_t> value, Field
     return ConversionError::None;
 }
 
+// A text longer than the field's length is stored whole all the same: TooLong only tells the
+// caller, which decides whether to refuse it or keep it and say so.
 ConversionError storeText(const FieldDefinition& field, std::string text, FieldValue& stored)
 {
-    if (field.type() == FieldType::Text && field.length() != 0 && text.size() > field.length())
-        return ConversionError::TooLong;
+    const bool tooLong =
+        field.type() == FieldType::Text && field.length() != 0 && text.size() > field.length();
     stored = std::move(text);
-    return ConversionError::None;
+    return tooLong ? ConversionError::TooLong : ConversionError::None;
 }
 } // namespace
 

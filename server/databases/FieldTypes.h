@@ -4,6 +4,7 @@
 #pragma once
 
 #include <cstdint>
+#include <functional>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -49,6 +50,9 @@ std::optional<FieldType> fieldTypeByName(std::string_view name);
 // Boolean, Integer, UInteger), a double (Float) or text (Text, LongText, and a Number's text).
 using FieldValue = std::variant<std::monostate, int64_t, double, std::string>;
 
+// A field's position among a database's fields, by its name.
+using FieldIndexLookup = std::function<std::optional<size_t>(std::string_view name)>;
+
 // A value as the module sends it, decoded from the slots.
 using InputValue = std::variant<uint32_t, int32_t, double, std::string_view>;
 
@@ -59,7 +63,8 @@ enum class ConversionError
     TooLong
 };
 
-// Converts what the module sent into what the field stores.
+// Converts what the module sent into what the field stores. TooLong: a text longer than the
+// field's length, which is in `stored` whole.
 ConversionError convertForField(const FieldDefinition& field, const InputValue& input, FieldValue& stored);
 
 // Reads of a stored value as each value kind; nullopt when the value does not fit the kind.

@@ -217,7 +217,8 @@ private:
     }
 
     // <kivShowIf pageVariable="people_NextPage">...</kivShowIf>: the body is rendered only
-    // when the value is neither empty nor "0", the result variables' "there is none".
+    // when the value is neither empty nor "0", the result variables' "there is none"; with
+    // value="...", only when it is exactly that ("0" for a tag's kivResult after a success).
     size_t handleShowIf(std::string_view text, size_t position, size_t nameEnd, bool closing,
                         std::string& out, int nesting)
     {
@@ -248,12 +249,16 @@ private:
             {"postArgument", PlaceholderKind::PostArgument},
         };
         NameValueList attributes = parseTagAttributes(attributeText);
+        const std::string* wanted = nullptr;
+        for (const auto& [attribute, value] : attributes)
+            if (equalsIgnoringCase(attribute, "value"))
+                wanted = &value;
         for (const auto& [attribute, name] : attributes)
             for (const auto& [sourceName, kind] : sources)
                 if (equalsIgnoringCase(attribute, sourceName))
                 {
                     std::string value = myEnvironment.placeholderValue(kind, htmlDecode(name));
-                    return !value.empty() && value != "0";
+                    return wanted ? value == htmlDecode(*wanted) : !value.empty() && value != "0";
                 }
         myEnvironment.reportPageProblem(kShowIf,
                                         "the tag names no pageVariable, pathArgument or postArgument");

@@ -23,6 +23,7 @@ public:
     std::optional<std::string> get(std::string_view module, std::string_view key);
     bool set(std::string_view module, std::string_view key, std::string_view value);
     bool remove(std::string_view module, std::string_view key);
+    const std::filesystem::path& file() const { return myFile; }
 
 private:
     using Entries = std::map<std::string, std::string>;

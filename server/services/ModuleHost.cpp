@@ -11,19 +11,16 @@ namespace kiv
 ModuleCallResult ModuleHost::call(ModuleRecord& module, uint32_t requestCode, RequestContext* request)
 {
     std::lock_guard<std::timed_mutex> lock(myMutex);
-    ModuleCall call{module, request, {}, {}, {}};
+    ModuleCall call{module, request, {}, {}};
     _KIVAPI_ModuleProcessingInfo info{};
     info.connID_i = &call;
     info.requestCode = requestCode;
     info.KivServerSupportFunction = &serverSupportFunction;
     info.KivDatabaseSupportFunction = &databaseSupportFunction;
-    if (request)
-        request->tellDatabaseCurrentTag();
     ModuleCallResult result;
     result.code = module.entry(&info);
     result.output = std::move(call.output);
     result.error = std::move(call.error);
-    result.databaseFailure = std::move(call.databaseFailure);
     return result;
 }
 
@@ -68,7 +65,7 @@ void ModuleHost::terminateAll()
 void ModuleHost::finishRequest(RequestContext& request)
 {
     std::lock_guard<std::timed_mutex> lock(myMutex);
-    request.closeDatabaseSession();
+    request.closeDatabaseService();
 }
 
 std::string ModuleHost::findCallProblem(std::chrono::milliseconds wait)

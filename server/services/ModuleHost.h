@@ -30,9 +30,6 @@ struct ModuleCall
     RequestContext* request; // null during 'MIni' and 'MTrm'
     std::string output;      // what the module wrote with 'MWtS'
     ErrorInformation error;  // what it set with 'MSEI'
-    // The database service's own words for the last database call that failed ("file is not
-    // a database"): the module's message may only guess at the cause, the log should not.
-    std::string databaseFailure;
 };
 
 struct ModuleCallResult
@@ -40,7 +37,6 @@ struct ModuleCallResult
     uint32_t code = 0;
     std::string output;
     ErrorInformation error;
-    std::string databaseFailure;
 };
 
 class ModuleHost
@@ -58,7 +54,7 @@ public:
 
     ModuleCallResult call(ModuleRecord& module, uint32_t requestCode, RequestContext* request);
 
-    // Runs cleanup that touches module-owned services (the request's database session)
+    // Runs cleanup that touches module-owned services (the request's database service)
     // under the same lock as module calls.
     void finishRequest(RequestContext& request);
 

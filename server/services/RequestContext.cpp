@@ -1,8 +1,9 @@
 // Per-request state for the host services.
 #include "services/RequestContext.h"
 
-#include "DatabaseSession.h"
+#include "abi/DatabaseSlots.h"
 #include "http/Forms.h"
+#include "logging/Log.h"
 
 #include <atomic>
 #include <unistd.h>
@@ -83,24 +84,47 @@ const NameValueList& RequestContext::cgiVariables()
     return *myCgiVariables;
 }
 
-db::DatabaseSession& RequestContext::databaseSession()
+db::DatabaseService& RequestContext::databaseService()
 {
     if (!myDatabase)
     {
-        myDatabase = std::make_unique<db::DatabaseSession>(db::SessionEnvironment{region.region.dataFolder});
-        tellDatabaseCurrentTag();
+        const RegionConfig& config = region.region;
+        db::ServiceEnvironment environment;
+        environment.dataFolder = config.dataFolder;
+        environment.exportsFolder = config.exportsFolder;
+        environment.protectedFiles = {config.usersFile, region.preferences.file(), server.serverLog,
+                                      server.accessLog};
+        environment.warning = [this](const std::string& line) {
+            writeServerLog(LogKind::Warning, {region.region.name, urlPath, inTag ? currentTag.name : ""},
+                           line);
+        };
+        myDatabase = std::make_unique<db::DatabaseService>(std::move(environment));
     }
     return *myDatabase;
 }
 
-void RequestContext::tellDatabaseCurrentTag()
+abi::DatabaseSlots& RequestContext::databaseSlots()
 {
-    if (myDatabase)
-        myDatabase->setCurrentTag(inTag ? std::string_view(currentTag.name) : std::string_view());
+    if (!myDatabaseSlots)
+        myDatabaseSlots = std::make_unique<abi::DatabaseSlots>(databaseService());
+    myDatabaseSlots->setOpenIntent(openIntent);
+    return *myDatabaseSlots;
 }
 
-void RequestContext::closeDatabaseSession()
+const db::ServiceFailure* RequestContext::databaseFailure() const
 {
+    return myDatabase && myDatabase->lastFailure().code != 0 ? &myDatabase->lastFailure() : nullptr;
+}
+
+void RequestContext::clearDatabaseFailure()
+{
+    if (myDatabase)
+        myDatabase->clearLastFailure();
+}
+
+void RequestContext::closeDatabaseService()
+{
+    myDatabaseSlots.reset();
     myDatabase.reset();
 }
 

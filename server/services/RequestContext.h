@@ -9,15 +9,16 @@
 #include "http/HttpMessage.h"
 #include "pages/PageRenderer.h"
 #include "region/RegionState.h"
+#include "DatabaseService.h"
 
 #include <filesystem>
 #include <memory>
 #include <optional>
 #include <string>
 
-namespace kiv::db
+namespace kiv::abi
 {
-class DatabaseSession;
+class DatabaseSlots;
 }
 
 namespace kiv
@@ -67,15 +68,22 @@ public:
     // The CGI/1.1 variables of the request (SCRIPT_NAME, QUERY_STRING, HTTP_*, ...).
     const NameValueList& cgiVariables();
 
-    // The database service of this request, opened on first use with the region's data
-    // folder and told which tag is running.
-    db::DatabaseSession& databaseSession();
-    void tellDatabaseCurrentTag();
-    // Ends the database session (closing what the request left open).
-    void closeDatabaseSession();
+    // The database service of this request, made on first use for the region's data and
+    // exports folders, and the slot adapter through which the module's database callback
+    // reaches it. The dispatcher sets the intent of the module's opens for each tag.
+    db::DatabaseService& databaseService();
+    abi::DatabaseSlots& databaseSlots();
+    db::OpenIntent openIntent = db::OpenIntent::MustExist;
+    // The service's last failure, when there is a service and it failed; cleared by the
+    // dispatcher before each tag.
+    const db::ServiceFailure* databaseFailure() const;
+    void clearDatabaseFailure();
+    // Ends the database service (closing what the request left open).
+    void closeDatabaseService();
 
 private:
-    std::unique_ptr<db::DatabaseSession> myDatabase;
+    std::unique_ptr<db::DatabaseService> myDatabase;
+    std::unique_ptr<abi::DatabaseSlots> myDatabaseSlots;
     std::optional<NameValueList> myCgiVariables;
 };
 

@@ -55,6 +55,21 @@ bool TagDispatcher::refusesMarkup(const TagInvocation& tag)
     return true;
 }
 
+namespace
+{
+// Tags whose opens may create the database they name: the editor's database list promises
+// that a new name "will be created". No other tag may, so a visitor's URL never creates one.
+constexpr std::string_view kTagsThatCreateDatabases[] = {"kivEditDatabase"};
+
+db::OpenIntent openIntentOf(std::string_view tagName)
+{
+    for (const auto name : kTagsThatCreateDatabases)
+        if (equalsIgnoringCase(name, tagName))
+            return db::OpenIntent::CreateIfMissing;
+    return db::OpenIntent::MustExist;
+}
+} // namespace
+
 std::string TagDispatcher::runTag(const TagInvocation& tag)
 {
     auto [module, registered] = myHost.registry().findTag(tag.name);
@@ -62,26 +77,36 @@ std::string TagDispatcher::runTag(const TagInvocation& tag)
         return {};
     myRequest.currentTag = tag;
     myRequest.inTag = true;
+    myRequest.openIntent = openIntentOf(tag.name);
+    myRequest.clearDatabaseFailure();
     ModuleCallResult result = myHost.call(*module, kKivRequest_ProcessTag, &myRequest);
     myRequest.inTag = false;
     metrics::countTagCall(registered->name, result.code == 0 ? "0" : fourCharacterCode(result.code));
 
-    if (!result.error.isSet && result.code == 0)
+    const bool failed = result.error.isSet || result.code != 0;
+    std::string headline = result.error.isSet ? result.error.headline
+                                              : "The &lt;" + tag.name + "&gt; tag could not be processed.";
+    // The outcome, for the page to say whether the tag did what it asked: "0" or the code, and
+    // the headline (as text) when the tag reported an error.
+    myRequest.setPageVariable("kivResult",
+                              result.code == 0 ? std::string("0") : fourCharacterCode(result.code));
+    myRequest.setPageVariable("kivError", failed ? htmlDecode(headline) : std::string());
+    if (!failed)
         return result.output;
 
     const RegionConfig& region = myRequest.region.region;
-    std::string headline = result.error.isSet ? result.error.headline
-                                              : "The &lt;" + tag.name + "&gt; tag could not be processed.";
     std::string hint = result.error.isSet ? result.error.hint : "The module reported no further information.";
+    const db::ServiceFailure* failure = myRequest.databaseFailure();
+    const std::string detail = failure ? failure->line : std::string();
     std::string logLine = htmlDecode(headline) + " " + htmlDecode(hint);
     if (result.code != 0)
         logLine += " (result " + fourCharacterCode(result.code) + ")";
-    if (!result.databaseFailure.empty())
-        logLine += " Database service: " + result.databaseFailure;
+    if (!detail.empty())
+        logLine += " Database service: " + detail;
     writeServerLog(LogKind::Error, {region.name, myRequest.urlPath, tag.name}, logLine);
     if (!region.showErrors)
         return result.output;
-    return renderErrorBlock(tag.name, headline, hint) + result.output;
+    return renderErrorBlock(tag.name, headline, hint, detail) + result.output;
 }
 
 std::string TagDispatcher::placeholderValue(PlaceholderKind kind, std::string_view name)
@@ -150,14 +175,20 @@ std::string sanitizeErrorText(std::string_view html)
     return out;
 }
 
-std::string renderErrorBlock(std::string_view tagName, std::string_view headline, std::string_view hint)
+std::string renderErrorBlock(std::string_view tagName, std::string_view headline, std::string_view hint,
+                             std::string_view detail)
 {
-    return "<div class=\"kiv-error\" role=\"alert\" style=\"border:2px solid #b00020;background:#fdecee;"
-           "color:#4a0010;padding:0.6em 0.9em;margin:0.6em 0;font-family:sans-serif;font-size:0.95em\">"
-           "<strong>" +
-           sanitizeErrorText(headline) + "</strong><br><span style=\"font-size:0.9em\">" +
-           sanitizeErrorText(hint) + "</span><br><span style=\"font-size:0.8em;color:#7a4050\">&lt;" +
-           htmlEncode(tagName) + "&gt;</span></div>";
+    std::string block =
+        "<div class=\"kiv-error\" role=\"alert\" style=\"border:2px solid #b00020;background:#fdecee;"
+        "color:#4a0010;padding:0.6em 0.9em;margin:0.6em 0;font-family:sans-serif;font-size:0.95em\">"
+        "<strong>" +
+        sanitizeErrorText(headline) + "</strong><br><span style=\"font-size:0.9em\">" +
+        sanitizeErrorText(hint) + "</span><br>";
+    if (!detail.empty())
+        block += "<code class=\"kiv-error-detail\" style=\"font-size:0.85em\">" + htmlEncode(detail) +
+                 "</code><br>";
+    return block + "<span style=\"font-size:0.8em;color:#7a4050\">&lt;" + htmlEncode(tagName) +
+           "&gt;</span></div>";
 }
 
 } // namespace kiv

@@ -1,7 +1,8 @@
 // Connects the page renderer to the modules for one page request: hands each module tag to
 // the module that registered it, and decides what the visitor and the log get to see when
 // a tag reports an error. This is the one place where tag result codes and error
-// information become page output and log lines.
+// information become page output, the page variables kivResult and kivError, and log lines;
+// it also tells the database service whether the tag's opens may create a database.
 #pragma once
 
 #include "pages/PageRenderer.h"
@@ -31,8 +32,10 @@ private:
 
 // The styled block that shows a tag's error where the tag stood. Headline and hint are
 // HTML from the module; only character references and line breaks survive from it, so
-// text that reached an error message from a visitor cannot inject markup.
-std::string renderErrorBlock(std::string_view tagName, std::string_view headline, std::string_view hint);
+// text that reached an error message from a visitor cannot inject markup. `detail` is the
+// database service's one line of plain text, shown under them when there is one.
+std::string renderErrorBlock(std::string_view tagName, std::string_view headline, std::string_view hint,
+                             std::string_view detail = {});
 std::string sanitizeErrorText(std::string_view html);
 
 } // namespace kiv

@@ -1,7 +1,7 @@
-// Sample data import through the database service.
+// Sample data, made through the typed database service.
 #include "site/SampleData.h"
 
-#include "DatabaseSession.h"
+#include "DatabaseService.h"
 #include "KivModuleInterface.h"
 #include "logging/Log.h"
 
@@ -109,49 +109,6 @@ FieldDeclaration parseFieldDeclaration(std::string_view cell)
 namespace
 {
 
-// A thin client of the database service with the argument shapes a module would use.
-class ServiceClient
-{
-public:
-    explicit ServiceClient(const fs::path& dataFolder) : mySession(db::SessionEnvironment{dataFolder}) {}
-
-    uint32_t call(uint32_t selector, void* a3 = nullptr, void* a4 = nullptr, void* a5 = nullptr,
-                  void* a6 = nullptr, void* a7 = nullptr, void* a8 = nullptr)
-    {
-        return mySession.handle(selector, a3, a4, a5, a6, a7, a8);
-    }
-    uint32_t callWithText(uint32_t selector, void* handle, const std::string& text, void* a8 = nullptr)
-    {
-        std::string copy = text;
-        uint32_t size = static_cast<uint32_t>(copy.size() + 1);
-        return call(selector, handle, copy.data(), &size, nullptr, nullptr, a8);
-    }
-    std::vector<std::string> databaseNames()
-    {
-        std::vector<std::string> names;
-        uint32_t count = 0;
-        if (call(kKivDB_GetDatabaseCount, nullptr, nullptr, nullptr, nullptr, nullptr, &count) != 0)
-            return names;
-        for (uint32_t index = 0; index < count && index < 10000; ++index)
-        {
-            std::string buffer(64, '\0');
-            uint32_t capacity = static_cast<uint32_t>(buffer.size());
-            uint32_t result = call(kKivDB_GetDatabaseNameByIndex, &index, buffer.data(), &capacity);
-            if (result == kKivResult_BufferTooSmall)
-            {
-                buffer.resize(capacity);
-                result = call(kKivDB_GetDatabaseNameByIndex, &index, buffer.data(), &capacity);
-            }
-            if (result == 0)
-                names.push_back(buffer.substr(0, capacity));
-        }
-        return names;
-    }
-
-private:
-    db::DatabaseSession mySession;
-};
-
 std::string databaseNameFor(const fs::path& csv)
 {
     std::string name = csv.stem().string();
@@ -160,7 +117,7 @@ std::string databaseNameFor(const fs::path& csv)
     return name;
 }
 
-void importFile(ServiceClient& service, const fs::path& csv, const std::string& name,
+void importFile(db::DatabaseService& service, const fs::path& csv, const std::string& name,
                 const RegionConfig& region)
 {
     std::ifstream in(csv, std::ios::binary);
@@ -168,58 +125,38 @@ void importFile(ServiceClient& service, const fs::path& csv, const std::string& 
     content << in.rdbuf();
     auto rows = parseCsv(content.str());
     LogContext context{region.name, "", ""};
-    if (rows.size() < 1)
+    if (rows.empty())
         return;
-    if (uint32_t result = service.callWithText(kKivDB_CreateDatabase, nullptr, name); result != 0)
+    const auto refused = [&](const std::string& what, uint32_t code)
     {
         writeServerLog(LogKind::Warning, context,
-                       "sample data: cannot create database " + name + " (" + fourCharacterCode(result) +
-                           ")");
-        return;
-    }
-    uint32_t handle = 0, mode = 3;
-    std::string databaseName = name, uniqueField;
-    uint32_t nameSize = static_cast<uint32_t>(name.size() + 1), uniqueSize = 1;
-    if (uint32_t result = service.call(kKivDB_OpenDatabase, &handle, databaseName.data(), &nameSize,
-                                       uniqueField.data(), &uniqueSize, &mode);
-        result != 0)
-    {
-        writeServerLog(LogKind::Warning, context,
-                       "sample data: cannot open database " + name + " (" + fourCharacterCode(result) + ")");
-        return;
-    }
+                       "sample data: cannot " + what + " (" + fourCharacterCode(code) + ": " +
+                           service.lastFailure().line + ")");
+    };
+    db::DatabaseHandle handle = 0;
+    if (uint32_t code =
+            service.openDatabase(name, db::OpenMode::Exclusive, db::OpenIntent::CreateIfMissing, "", handle);
+        code != 0)
+        return refused("create database " + name, code);
+    db::Database& database = *service.database(handle);
     std::vector<FieldDeclaration> fields;
     for (const auto& cell : rows[0])
         fields.push_back(parseFieldDeclaration(cell));
-    // The record identifier the editor and deleteRecord rely on; a service that makes its
-    // own refuses this one, which is fine.
-    uint32_t idWord = (kKivFieldType_UInteger << kKivFieldTypeShift) | kKivFieldFlag_AutoUnique |
-                      kKivFieldFlag_Indexed | kKivFieldFlag_Unique;
-    service.callWithText(kKivDB_AddField, &handle, "KIVIDFIELD", &idWord);
     for (auto& field : fields)
-        if (uint32_t result = service.callWithText(kKivDB_AddField, &handle, field.name, &field.typeWord);
-            result != 0)
-            writeServerLog(LogKind::Warning, context,
-                           "sample data: cannot add field " + field.name + " (" + fourCharacterCode(result) +
-                               ")");
+        if (uint32_t code = database.addField(field.name, field.typeWord); code != 0)
+            refused("add field " + field.name, code);
     size_t added = 0;
     for (size_t r = 1; r < rows.size(); ++r)
     {
-        if (service.call(kKivDB_CreateRecord, &handle) != 0)
-            break;
+        database.createRecord();
         for (size_t c = 0; c < fields.size() && c < rows[r].size(); ++c)
-        {
-            std::string fieldName = fields[c].name, value = rows[r][c];
-            uint32_t fieldSize = static_cast<uint32_t>(fieldName.size() + 1);
-            uint32_t valueSize = static_cast<uint32_t>(value.size() + 1);
-            uint32_t kind = kKivValueKind_Text;
-            service.call(kKivDB_SetFieldValue, &handle, fieldName.data(), &fieldSize, value.data(),
-                         &valueSize, &kind);
-        }
-        if (service.call(kKivDB_AddRecord, &handle) == 0)
+            database.setValue(fields[c].name, db::InputValue(std::string_view(rows[r][c])));
+        if (uint32_t code = database.addRecord(); code == 0)
             ++added;
+        else
+            refused("add row " + std::to_string(r + 1) + " of " + csv.string(), code);
     }
-    service.call(kKivDB_CloseDatabase, &handle);
+    service.closeDatabase(handle);
     writeServerLog(LogKind::Note, context,
                    "sample data: created database " + name + " with " + std::to_string(added) +
                        " records from " + csv.string());
@@ -235,17 +172,14 @@ void importSampleData(const RegionConfig& region)
         return;
     try
     {
-        ServiceClient service(region.dataFolder);
-        std::string connection = ",,";
-        uint32_t size = static_cast<uint32_t>(connection.size() + 1);
-        if (uint32_t result = service.call(kKivDB_Initialize, nullptr, connection.data(), &size); result != 0)
-        {
-            writeServerLog(LogKind::Note, {region.name, "", ""},
-                           "sample data not imported: the database service answered " +
-                               fourCharacterCode(result));
-            return;
-        }
-        auto existing = service.databaseNames();
+        db::ServiceEnvironment environment;
+        environment.dataFolder = region.dataFolder;
+        environment.warning = [&](const std::string& line) {
+            writeServerLog(LogKind::Warning, {region.name, "", ""}, "sample data: " + line);
+        };
+        db::DatabaseService service(std::move(environment));
+        std::vector<std::string> existing;
+        service.listDatabases(existing);
         for (const auto& entry : fs::directory_iterator(folder, error))
         {
             if (toLower(entry.path().extension().string()) != ".csv")
@@ -257,7 +191,6 @@ void importSampleData(const RegionConfig& region)
             if (!present)
                 importFile(service, entry.path(), name, region);
         }
-        service.call(kKivDB_Terminate);
     }
     catch (const std::exception& problem)
     {

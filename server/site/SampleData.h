@@ -1,7 +1,7 @@
 // First-run sample data: every CSV file in a region's "data" folder (people.csv) becomes a
 // database of the same name (People) when no database of that name exists yet. It goes
 // through the host's own database service, record by record, so it depends only on the
-// service's selectors and not on any file format of its import.
+// service's typed interface and not on any file format of its import.
 #pragma once
 
 #include "config/ServerConfig.h"

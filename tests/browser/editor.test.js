@@ -518,7 +518,7 @@ async function englishWalk(admin, site) {
     await admin.shot('export-form');
     await admin.click('Export Now');
     await admin.shot('export-done');
-    const exported = fs.readFileSync(path.join(site.data, 'inventory.csv'), 'latin1');
+    const exported = fs.readFileSync(path.join(site.data, 'exports', 'inventory.csv'), 'latin1');
     const header = exported.split(/\r?\n/)[0];
     assert.equal(header.replace(/"/g, ''), 'Name,Price,KIVIDFIELD,Quantity,Serial,InStock,Notes,Weight',
         'the export follows the positions');
@@ -647,7 +647,7 @@ async function publicPages(page, port, out) {
     await page.fill('#Email', 'zoe@example.org');
     await Promise.all([page.waitForNavigation(), page.click('input[type=submit]')]);
     const added = await page.locator('body').innerText();
-    assert.match(added, /Records added: 1/);
+    assert.ok(added.includes("Added Zo\u00e9 O'Browser & Co (Clicktown)."), `the page says it was added: ${added.slice(0, 600)}`);
     assert.ok(added.includes("O'Browser & Co"), 'the name comes back as text');
     await page.screenshot({ path: path.join(out, 'public-added.png'), fullPage: true });
     await Promise.all([page.waitForNavigation(), page.getByText('See everyone in Clicktown').click()]);

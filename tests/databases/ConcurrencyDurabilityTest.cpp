@@ -1,6 +1,6 @@
 // Open modes across sessions and processes, and durability: a record whose add returned 0
 // is there after the process that added it is killed.
-#include "ServiceClient.h"
+#include "ServiceTesting.h"
 
 #include <signal.h>
 #include <sys/wait.h>
@@ -14,67 +14,54 @@ namespace kiv::db::testing
 namespace
 {
 
+uint32_t tryOpen(DatabaseService& service, const std::string& name, OpenMode mode)
+{
+    DatabaseHandle handle = 0;
+    return service.openDatabase(name, mode, OpenIntent::MustExist, "", handle);
+}
+
 class OpenModeTest : public ::testing::Test
 {
 protected:
     void SetUp() override { ASSERT_EQ(first.createDatabase("Shop"), 0u); }
 
     DataFolder folder;
-    ServiceClient first{folder.path()};
-    ServiceClient second{folder.path()};
+    DatabaseService first{environmentIn(folder.path())};
+    DatabaseService second{environmentIn(folder.path())};
 };
 
-TEST_F(OpenModeTest, ExclusiveOpenExcludesEveryOtherOpen)
+TEST_F(OpenModeTest, ExclusiveOpenExcludesEveryOtherOpenAndSharedOpensCoexist)
 {
-    uint32_t a = 0;
-    uint32_t b = 0;
-    ASSERT_EQ(first.open("Shop", 3, a), 0u);
-    EXPECT_EQ(second.open("Shop", 2, b), result::kLocked);
-    EXPECT_EQ(second.open("shop", 3, b), result::kLocked);
+    ASSERT_EQ(tryOpen(first, "Shop", OpenMode::Exclusive), 0u);
+    EXPECT_EQ(tryOpen(second, "Shop", OpenMode::Shared), result::kLocked);
+    EXPECT_EQ(tryOpen(second, "shop", OpenMode::Exclusive), result::kLocked);
     EXPECT_EQ(second.deleteDatabase("Shop"), result::kLocked);
-    EXPECT_NE(second.errorInfo(result::kLocked).text.find("Try again"), std::string::npos);
-    ASSERT_EQ(first.close(a), 0u);
-    EXPECT_EQ(second.open("Shop", 2, b), 0u);
-}
-
-TEST_F(OpenModeTest, SharedOpensCoexistButKeepExclusiveOut)
-{
-    uint32_t a = 0;
-    uint32_t b = 0;
-    uint32_t c = 0;
-    ASSERT_EQ(first.open("Shop", 2, a), 0u);
-    ASSERT_EQ(second.open("Shop", 2, b), 0u);
-    ServiceClient third(folder.path());
-    EXPECT_EQ(third.open("Shop", 3, c), result::kLocked);
-    ASSERT_EQ(first.close(a), 0u);
-    EXPECT_EQ(third.open("Shop", 3, c), result::kLocked);
-    ASSERT_EQ(second.call(kKivDB_Terminate), 0u); // ending the request releases its opens
-    EXPECT_EQ(third.open("Shop", 3, c), 0u);
-}
-
-TEST_F(OpenModeTest, ASessionThatEndsReleasesItsOpens)
-{
-    uint32_t handle = 0;
+    EXPECT_NE(second.errorText(result::kLocked).find("Try again"), std::string::npos);
+    first.disconnect(); // ending the request releases its opens
+    ASSERT_EQ(tryOpen(first, "Shop", OpenMode::Shared), 0u);
+    ASSERT_EQ(tryOpen(second, "Shop", OpenMode::Shared), 0u);
+    DatabaseService third(environmentIn(folder.path()));
+    EXPECT_EQ(tryOpen(third, "Shop", OpenMode::Exclusive), result::kLocked);
+    first.disconnect();
     {
-        ServiceClient request(folder.path());
-        ASSERT_EQ(request.open("Shop", 3, handle), 0u);
+        DatabaseService request(environmentIn(folder.path()));
+        EXPECT_EQ(tryOpen(request, "Shop", OpenMode::Exclusive), result::kLocked);
     }
-    EXPECT_EQ(second.open("Shop", 3, handle), 0u);
+    second.disconnect();
+    EXPECT_EQ(tryOpen(third, "Shop", OpenMode::Exclusive), 0u);
 }
 
 TEST_F(OpenModeTest, AnOpenWaitsBrieflyForAConflictToEnd)
 {
-    uint32_t a = 0;
-    ASSERT_EQ(first.open("Shop", 3, a), 0u);
-    ServiceClient patient(folder.path(), "kivModifyDatabase", std::chrono::milliseconds(5000));
+    ASSERT_EQ(tryOpen(first, "Shop", OpenMode::Exclusive), 0u);
+    DatabaseService patient(environmentIn(folder.path(), std::chrono::milliseconds(5000)));
     std::thread closer(
         [&]
         {
             std::this_thread::sleep_for(std::chrono::milliseconds(100));
-            first.close(a);
+            first.disconnect();
         });
-    uint32_t b = 0;
-    EXPECT_EQ(patient.open("Shop", 2, b), 0u);
+    EXPECT_EQ(tryOpen(patient, "Shop", OpenMode::Shared), 0u);
     closer.join();
 }
 
@@ -91,42 +78,40 @@ template <typename Work> int inChild(Work work)
 
 TEST_F(OpenModeTest, ExclusiveOpenContendsAcrossProcesses)
 {
-    uint32_t a = 0;
-    ASSERT_EQ(first.open("Shop", 3, a), 0u);
-    const auto tryOpen = [this](uint32_t mode)
+    ASSERT_EQ(tryOpen(first, "Shop", OpenMode::Exclusive), 0u);
+    const auto inOtherProcess = [this](OpenMode mode)
     {
         return inChild(
             [this, mode]
             {
-                ServiceClient child(folder.path());
-                uint32_t handle = 0;
-                return child.open("Shop", mode, handle) == result::kLocked ? 1 : 0;
+                DatabaseService child(environmentIn(folder.path()));
+                return tryOpen(child, "Shop", mode) == result::kLocked ? 1 : 0;
             });
     };
-    EXPECT_EQ(tryOpen(2), 1);
-    ASSERT_EQ(first.close(a), 0u);
-    ASSERT_EQ(first.open("Shop", 2, a), 0u);
-    EXPECT_EQ(tryOpen(2), 0);
-    EXPECT_EQ(tryOpen(3), 1);
+    EXPECT_EQ(inOtherProcess(OpenMode::Shared), 1);
+    first.disconnect();
+    ASSERT_EQ(tryOpen(first, "Shop", OpenMode::Shared), 0u);
+    EXPECT_EQ(inOtherProcess(OpenMode::Shared), 0);
+    EXPECT_EQ(inOtherProcess(OpenMode::Exclusive), 1);
 }
 
 TEST(Durability, ARecordAddedBeforeAKillIsThere)
 {
     DataFolder folder;
     {
-        ServiceClient setup(folder.path());
-        const uint32_t handle = openSampleDatabase(setup, "Shop");
-        ASSERT_EQ(setup.addRecord(handle, {{"Name", "before"}}), 0u);
+        DatabaseService setup(environmentIn(folder.path()));
+        ASSERT_EQ(addRecord(openSampleDatabase(setup, "Shop"), {{"Name", "before"}}), 0u);
     }
     int pipeEnds[2];
     ASSERT_EQ(pipe(pipeEnds), 0);
     const pid_t child = fork();
     if (child == 0)
     {
-        ServiceClient writer(folder.path());
-        uint32_t handle = 0;
+        DatabaseService writer(environmentIn(folder.path()));
+        DatabaseHandle handle = 0;
         char answer = 'n';
-        if (writer.open("Shop", 2, handle) == 0 && writer.addRecord(handle, {{"Name", "survivor"}}) == 0)
+        if (writer.openDatabase("Shop", OpenMode::Shared, OpenIntent::MustExist, "", handle) == 0 &&
+            addRecord(*writer.database(handle), {{"Name", "survivor"}}) == 0)
             answer = 'y';
         if (write(pipeEnds[1], &answer, 1) != 1)
             _exit(2);
@@ -142,34 +127,29 @@ TEST(Durability, ARecordAddedBeforeAKillIsThere)
     close(pipeEnds[0]);
     close(pipeEnds[1]);
 
-    ServiceClient reader(folder.path());
-    uint32_t handle = 0;
-    ASSERT_EQ(reader.open("Shop", 3, handle), 0u); // the killed process's lock went with it
-    EXPECT_EQ(reader.column(handle, "ORDER BY KIVIDFIELD", "Name"),
-              (std::vector<std::string>{"before", "survivor"}));
-    EXPECT_TRUE(std::filesystem::exists(folder.path() / "Shop.kivdb-wal") ||
-                std::filesystem::exists(folder.path() / "Shop.kivdb"));
+    DatabaseService reader(environmentIn(folder.path()));
+    Database& shop = open(reader, "Shop", OpenMode::Exclusive); // the killed process's lock went with it
+    EXPECT_EQ(column(shop, "ORDER BY KIVIDFIELD", "Name"), (std::vector<std::string>{"before", "survivor"}));
 }
 
 TEST(Durability, DeletedAndRecreatedDatabaseIsNotServedFromAStaleConnection)
 {
     DataFolder folder;
-    ServiceClient client(folder.path());
-    uint32_t handle = openSampleDatabase(client, "Shop");
-    ASSERT_EQ(client.addRecord(handle, {{"Name", "old"}}), 0u);
-    ASSERT_EQ(client.close(handle), 0u); // its connection goes back to the pool
-    ASSERT_EQ(client.deleteDatabase("Shop"), 0u);
-    ASSERT_EQ(client.createDatabase("Shop"), 0u);
-    ASSERT_EQ(client.open("Shop", 2, handle), 0u);
-    EXPECT_EQ(client.recordCount(handle), 0u);
-    EXPECT_EQ(client.fieldCount(handle), 1u);
+    DatabaseService service(environmentIn(folder.path()));
+    ASSERT_EQ(addRecord(openSampleDatabase(service, "Shop"), {{"Name", "old"}}), 0u);
+    service.disconnect(); // its connection goes back to the pool
+    ASSERT_EQ(service.deleteDatabase("Shop"), 0u);
+    ASSERT_EQ(service.createDatabase("Shop"), 0u);
+    Database& shop = open(service, "Shop");
+    EXPECT_EQ(recordCount(shop), 0u);
+    EXPECT_EQ(shop.fieldCount(), 1u);
 }
 
 TEST(Concurrency, ThreadsAddingToOneDatabaseLoseNothing)
 {
     DataFolder folder;
     {
-        ServiceClient setup(folder.path());
+        DatabaseService setup(environmentIn(folder.path()));
         openSampleDatabase(setup, "Shop");
     }
     std::vector<std::thread> workers;
@@ -180,25 +160,24 @@ TEST(Concurrency, ThreadsAddingToOneDatabaseLoseNothing)
             {
                 for (int i = 0; i < 25; ++i)
                 {
-                    ServiceClient request(folder.path(), "kivModifyDatabase",
-                                          std::chrono::milliseconds(5000));
-                    uint32_t handle = 0;
-                    if (request.open("Shop", 2, handle) != 0 ||
-                        request.addRecord(handle, {{"Name", std::to_string(t) + "-" + std::to_string(i)}}) !=
-                            0)
+                    DatabaseService request(environmentIn(folder.path(), std::chrono::milliseconds(5000)));
+                    DatabaseHandle handle = 0;
+                    if (request.openDatabase("Shop", OpenMode::Shared, OpenIntent::MustExist, "", handle) !=
+                            0 ||
+                        addRecord(*request.database(handle),
+                                  {{"Name", std::to_string(t) + "-" + std::to_string(i)}}) != 0)
                         ++failures;
                 }
             });
     for (auto& worker : workers)
         worker.join();
     EXPECT_EQ(failures.load(), 0);
-    ServiceClient reader(folder.path());
-    uint32_t handle = 0;
-    ASSERT_EQ(reader.open("Shop", 2, handle), 0u);
-    EXPECT_EQ(reader.recordCount(handle), 100u);
-    ASSERT_EQ(reader.search(handle, "ORDER BY KIVIDFIELD DESC"), 0u);
-    ASSERT_EQ(reader.simple(kKivDB_MoveFirstRecord, handle), 0u);
-    EXPECT_EQ(reader.getText(handle, "KIVIDFIELD").text, "100"); // every ID handed out once
+    DatabaseService reader(environmentIn(folder.path()));
+    Database& shop = open(reader, "Shop");
+    EXPECT_EQ(recordCount(shop), 100u);
+    ASSERT_EQ(shop.executeSearch("ORDER BY KIVIDFIELD DESC"), 0u);
+    ASSERT_EQ(shop.moveFirst(), 0u);
+    EXPECT_EQ(text(shop, "KIVIDFIELD"), "100"); // every ID handed out once
 }
 
 } // namespace

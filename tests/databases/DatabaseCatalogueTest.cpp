@@ -1,6 +1,7 @@
-// Databases and fields through the callback: create, list, open, delete; names that could
-// escape the data folder; fields of every native type with their flags; the size protocol.
-#include "ServiceClient.h"
+// Databases and fields: create, list, open, delete; names that could escape the data folder;
+// opens that create only when asked to; fields of every native type with their flags; the
+// codes and explanations the service gives for each failure.
+#include "ServiceTesting.h"
 
 namespace kiv::db::testing
 {
@@ -10,37 +11,39 @@ namespace
 class DatabaseCatalogueTest : public ::testing::Test
 {
 protected:
+    std::vector<std::string> names()
+    {
+        std::vector<std::string> list;
+        EXPECT_EQ(service.listDatabases(list), 0u);
+        return list;
+    }
+
     DataFolder folder;
-    ServiceClient client{folder.path()};
+    DatabaseService service{environmentIn(folder.path())};
 };
 
 TEST_F(DatabaseCatalogueTest, CreatedDatabasesAreListedSortedWithoutRegardToCase)
 {
-    EXPECT_EQ(client.createDatabase("orders"), 0u);
-    EXPECT_EQ(client.createDatabase("People"), 0u);
-    EXPECT_EQ(client.createDatabase("A rather long database name (2024)"), 0u);
-    EXPECT_EQ(client.databaseNames(),
-              (std::vector<std::string>{"A rather long database name (2024)", "orders", "People"}));
-    EXPECT_EQ(client.createDatabase("Orders"), result::kDatabaseExists);
-    EXPECT_EQ(client.deleteDatabase("ORDERS"), 0u);
-    EXPECT_EQ(client.databaseNames(),
-              (std::vector<std::string>{"A rather long database name (2024)", "People"}));
-    EXPECT_EQ(client.deleteDatabase("orders"), result::kDatabaseNotFound);
+    EXPECT_EQ(service.createDatabase("orders"), 0u);
+    EXPECT_EQ(service.createDatabase("People"), 0u);
+    EXPECT_EQ(service.createDatabase("A rather long database name (2024)"), 0u);
+    EXPECT_EQ(names(), (std::vector<std::string>{"A rather long database name (2024)", "orders", "People"}));
+    EXPECT_EQ(service.createDatabase("Orders"), result::kDatabaseExists);
+    EXPECT_EQ(service.deleteDatabase("ORDERS"), 0u);
+    EXPECT_EQ(names(), (std::vector<std::string>{"A rather long database name (2024)", "People"}));
+    EXPECT_EQ(service.deleteDatabase("orders"), result::kDatabaseNotFound);
 }
 
 TEST_F(DatabaseCatalogueTest, NewDatabaseHasTheUniqueIDField)
 {
-    uint32_t handle = 0;
-    ASSERT_EQ(client.createDatabase("Shop"), 0u);
-    ASSERT_EQ(client.open("shop", 2, handle), 0u);
-    EXPECT_NE(handle, 0u);
+    ASSERT_EQ(service.createDatabase("Shop"), 0u);
+    Database& db = open(service, "shop");
+    EXPECT_EQ(db.name(), "Shop"); // the stored spelling
     uint32_t type = 0;
-    EXPECT_EQ(client.fieldInfo(handle, "KIVIDFIELD", type), 0u);
+    EXPECT_EQ(db.fieldInfo(KIV_DEFAULT_UNIQUE_ID_FIELD, type), 0u);
     EXPECT_EQ(type, 0x07030000u); // UInteger, auto-unique, indexed, unique
-    EXPECT_EQ(client.fieldCount(handle), 1u);
-    std::string name;
-    EXPECT_EQ(client.fieldInfoByIndex(handle, 0, name, type), 0u);
-    EXPECT_EQ(name, "KIVIDFIELD");
+    ASSERT_EQ(db.fieldCount(), 1u);
+    EXPECT_EQ(db.fieldAt(0)->name, KIV_DEFAULT_UNIQUE_ID_FIELD);
 }
 
 TEST_F(DatabaseCatalogueTest, NamesThatCouldLeaveTheDataFolderAreRefused)
@@ -60,195 +63,129 @@ TEST_F(DatabaseCatalogueTest, NamesThatCouldLeaveTheDataFolderAreRefused)
                                               "trail ",
                                               "comma,name",
                                               "/etc/passwd",
-                                              "name;DROP TABLE"};
+                                              "name;DROP TABLE",
+                                              std::string("good\0../../bad", 14)};
     for (const auto& name : hostile)
     {
-        EXPECT_EQ(client.createDatabase(name), result::kInvalidName) << name;
-        uint32_t handle = 0;
-        ServiceClient editor(folder.path(), "kivEditDatabase");
-        EXPECT_EQ(editor.open(name, 2, handle), result::kInvalidName) << name;
-        EXPECT_FALSE(editor.errorInfo(result::kInvalidName).text.empty());
+        EXPECT_EQ(service.createDatabase(name), result::kInvalidName) << name;
+        DatabaseHandle handle = 0;
+        EXPECT_EQ(service.openDatabase(name, OpenMode::Shared, OpenIntent::CreateIfMissing, "", handle),
+                  result::kInvalidName)
+            << name;
+        EXPECT_EQ(service.errorText(result::kInvalidName).rfind("A database name", 0), 0u) << name;
     }
-    // A name with an embedded NUL: the length says more than the zero-terminated text.
-    std::string withNul("good\0../../bad", 14);
-    uint32_t size = uint32_t(withNul.size() + 1);
-    EXPECT_EQ(client.call(kKivDB_CreateDatabase, nullptr, withNul.data(), &size), result::kInvalidName);
-    EXPECT_TRUE(client.databaseNames().empty());
+    EXPECT_TRUE(names().empty());
     EXPECT_FALSE(std::filesystem::exists(folder.path().parent_path() / "outside.kivdb"));
     for (const auto& entry : std::filesystem::directory_iterator(folder.path()))
         EXPECT_EQ(entry.path().filename(), ".kivlocks");
 }
 
-TEST_F(DatabaseCatalogueTest, OnlyTheEditorCreatesADatabaseByOpeningIt)
+TEST_F(DatabaseCatalogueTest, OnlyAnOpenThatMayCreateCreatesAndAMissingNameListsTheOthers)
 {
-    uint32_t handle = 77;
-    EXPECT_EQ(client.open("Missing", 2, handle), result::kDatabaseNotFound);
+    ASSERT_EQ(service.createDatabase("Books"), 0u);
+    ASSERT_EQ(service.createDatabase("People"), 0u);
+    DatabaseHandle handle = 77;
+    EXPECT_EQ(service.openDatabase("Bookz", OpenMode::Shared, OpenIntent::MustExist, "", handle),
+              result::kDatabaseNotFound);
     EXPECT_EQ(handle, 77u); // the handle is written only on success
-    ServiceClient search(folder.path(), "kivSearchDatabase");
-    EXPECT_EQ(search.open("Missing", 2, handle), result::kDatabaseNotFound);
-    EXPECT_EQ(client.databaseCount(), 0u);
-
-    ServiceClient editor(folder.path(), "KIVEDITDATABASE");
-    EXPECT_EQ(editor.open("Missing", 2, handle), 0u);
-    EXPECT_EQ(client.databaseNames(), std::vector<std::string>{"Missing"});
-}
-
-TEST_F(DatabaseCatalogueTest, DatabaseNameByHandleAndIndexUseTheRetry)
-{
-    const std::string longName = "Inventory of the north-east warehouse";
-    ASSERT_EQ(client.createDatabase(longName), 0u);
-    uint32_t handle = 0;
-    ASSERT_EQ(client.open(longName, 2, handle), 0u);
-    std::vector<char> buffer(8);
-    uint32_t room = 8;
-    ASSERT_EQ(client.call(kKivDB_GetDatabaseName, &handle, buffer.data(), &room), result::kBufferTooSmall);
-    EXPECT_EQ(room, longName.size() + 1);
-    buffer.resize(room);
-    ASSERT_EQ(client.call(kKivDB_GetDatabaseName, &handle, buffer.data(), &room), 0u);
-    EXPECT_EQ(room, longName.size());
-    EXPECT_EQ(std::string(buffer.data()), longName);
-    EXPECT_EQ(client.databaseNames(), std::vector<std::string>{longName});
+    EXPECT_EQ(service.lastFailure().line, "no database named \"Bookz\" (databases: Books, People)");
+    EXPECT_EQ(service.errorText(result::kDatabaseNotFound), "No database named \"Bookz\" exists.");
+    EXPECT_EQ(names().size(), 2u);
+    EXPECT_EQ(service.openDatabase("Missing", OpenMode::Shared, OpenIntent::CreateIfMissing, "", handle), 0u);
+    EXPECT_EQ(names(), (std::vector<std::string>{"Books", "Missing", "People"}));
 }
 
 TEST_F(DatabaseCatalogueTest, FieldsOfTheSevenTypesKeepTheirTypeWords)
 {
-    const uint32_t handle = openSampleDatabase(client, "Shop");
-    EXPECT_EQ(client.fieldCount(handle), 10u);
+    Database& db = openSampleDatabase(service, "Shop");
     const std::vector<std::pair<std::string, uint32_t>> expected = {
         {"KIVIDFIELD", 0x07030000}, {"Name", 0x02060028},  {"City", 0x00060000},   {"Price", 0x02050000},
         {"Qty", 0x00020000},        {"Stock", 0x00030000}, {"Weight", 0x00040000}, {"Active", 0x00010000},
         {"Notes", 0x00070000},      {"Code", 0x08060000}};
+    ASSERT_EQ(db.fieldCount(), expected.size());
     for (uint32_t index = 0; index < expected.size(); ++index)
     {
-        std::string name;
-        uint32_t type = 0;
-        ASSERT_EQ(client.fieldInfoByIndex(handle, index, name, type), 0u);
-        EXPECT_EQ(name, expected[index].first);
-        EXPECT_EQ(type, expected[index].second) << name;
+        EXPECT_EQ(db.fieldAt(index)->name, expected[index].first);
+        EXPECT_EQ(db.fieldAt(index)->typeWord, expected[index].second) << expected[index].first;
     }
-    std::string name;
+    EXPECT_EQ(db.fieldAt(10), nullptr);
+    // Lookups ignore case and one pair of parentheses; a miss names the field.
     uint32_t type = 0;
-    EXPECT_EQ(client.fieldInfoByIndex(handle, 10, name, type), result::kFieldNotFound);
+    EXPECT_EQ(db.fieldInfo("(city)", type), 0u);
+    EXPECT_EQ(type, 0x00060000u);
+    EXPECT_EQ(db.fieldInfo("((City))", type), kKivResult_NotFound);
+    EXPECT_EQ(db.fieldInfo("Town", type), kKivResult_NotFound);
+    EXPECT_EQ(db.message(), "Town");
+    EXPECT_EQ(service.lastFailure().line, "no field \"Town\" in \"Shop\"");
 }
 
-TEST_F(DatabaseCatalogueTest, FieldLookupIgnoresCaseAndOnePairOfParentheses)
+TEST_F(DatabaseCatalogueTest, FieldChangesWaitForTheOtherOpensAndAnExistingFieldIsNotUnique)
 {
-    const uint32_t handle = openSampleDatabase(client, "Shop");
-    uint32_t type = 0;
-    EXPECT_EQ(client.fieldInfo(handle, "city", type), 0u);
-    EXPECT_EQ(type, 0x00060000u);
-    EXPECT_EQ(client.fieldInfo(handle, "(City)", type), 0u);
-    EXPECT_EQ(type, 0x00060000u);
-    EXPECT_EQ(client.fieldInfo(handle, "((City))", type), result::kFieldNotFound);
-    EXPECT_EQ(type, 0u);
-    EXPECT_EQ(client.fieldInfo(handle, "Town", type), result::kFieldNotFound);
-    EXPECT_EQ(client.errorInfo(handle).text, "Town"); // the handle's message names the field
-}
-
-TEST_F(DatabaseCatalogueTest, FieldChangesNeedTheExclusiveOpen)
-{
-    ASSERT_EQ(client.createDatabase("Shop"), 0u);
-    uint32_t handle = 0;
-    ASSERT_EQ(client.open("Shop", 2, handle), 0u);
-    EXPECT_EQ(client.addField(handle, "Name", 0x00060000), result::kLocked);
-    ASSERT_EQ(client.close(handle), 0u);
-    ASSERT_EQ(client.open("Shop", 3, handle), 0u);
-    EXPECT_EQ(client.addField(handle, "Name", 0x00060000), 0u);
-    EXPECT_EQ(client.errorInfo(handle).text, "Name"); // what the module publishes as the new field's name
-    EXPECT_EQ(client.addField(handle, "NAME", 0x00070000), result::kFieldExists);
-    EXPECT_EQ(client.addField(handle, "bad name", 0x00060000), result::kInvalidName);
-    EXPECT_EQ(client.addField(handle, "Odd", 0x00000000), result::kInvalidArgument); // no type
-    EXPECT_EQ(client.addField(handle, "Odd", 0x01060000), result::kInvalidArgument); // auto-unique text
-    EXPECT_EQ(client.addField(handle, "Odd", 0x00480000), result::kInvalidArgument); // an ODBC type
-    EXPECT_EQ(client.deleteField(handle, "KIVIDFIELD"), result::kProtectedField);
-    EXPECT_EQ(client.deleteField(handle, "name"), 0u);
-    EXPECT_EQ(client.deleteField(handle, "name"), result::kFieldNotFound);
-    EXPECT_EQ(client.fieldCount(handle), 1u);
+    ASSERT_EQ(service.createDatabase("Shop"), 0u);
+    Database& db = open(service, "Shop");
+    DatabaseService other(environmentIn(folder.path()));
+    open(other, "Shop");
+    EXPECT_EQ(db.addField("Name", 0x00060000), result::kLocked); // someone else has it open
+    other.disconnect();
+    EXPECT_EQ(db.addField("Name", 0x00060000), 0u); // a shared open becomes exclusive for it
+    EXPECT_EQ(db.message(), "Name");                // what the module publishes as the new field's name
+    EXPECT_EQ(db.addField("NAME", 0x00070000), kKivResult_NotUnique);
+    EXPECT_EQ(service.lastFailure().line, "the field \"NAME\" already exists in \"Shop\"");
+    EXPECT_EQ(db.addField("bad name", 0x00060000), result::kInvalidName);
+    EXPECT_EQ(db.addField("Odd", 0x00000000), result::kInvalidArgument); // no type
+    EXPECT_EQ(db.addField("Odd", 0x01060000), result::kInvalidArgument); // auto-unique text
+    EXPECT_EQ(db.addField("Odd", 0x00480000), result::kInvalidArgument); // an ODBC type
+    EXPECT_EQ(db.deleteField("KIVIDFIELD"), result::kProtectedField);
+    EXPECT_EQ(db.deleteField("name"), 0u);
+    EXPECT_EQ(db.deleteField("name"), kKivResult_NotFound);
+    EXPECT_EQ(db.fieldCount(), 1u);
 }
 
 TEST_F(DatabaseCatalogueTest, FieldsAddedToFilledDatabasesGetDefaultsAndAutoValues)
 {
-    uint32_t handle = openSampleDatabase(client, "Shop");
-    ASSERT_EQ(client.addRecord(handle, {{"Name", "a"}}), 0u);
-    ASSERT_EQ(client.addRecord(handle, {{"Name", "b"}}), 0u);
-    EXPECT_EQ(client.addField(handle, "Serial", 0x07030000), 0u);
-    EXPECT_EQ(client.addField(handle, "Tag", 0x04060000), result::kDuplicateValue); // both records hold ''
-    EXPECT_EQ(client.column(handle, "", "Serial"), (std::vector<std::string>{"1", "2"}));
-    ASSERT_EQ(client.addRecord(handle, {{"Name", "c"}}), 0u);
-    EXPECT_EQ(client.column(handle, "Name = 'c'", "Serial"), std::vector<std::string>{"3"});
+    Database& db = openSampleDatabase(service, "Shop");
+    ASSERT_EQ(addRecord(db, {{"Name", "a"}}), 0u);
+    ASSERT_EQ(addRecord(db, {{"Name", "b"}}), 0u);
+    EXPECT_EQ(db.addField("Serial", 0x07030000), 0u);
+    EXPECT_EQ(db.addField("Tag", 0x04060000), kKivResult_NotUnique); // both records hold ''
+    EXPECT_EQ(column(db, "", "Serial"), (std::vector<std::string>{"1", "2"}));
+    ASSERT_EQ(addRecord(db, {{"Name", "c"}}), 0u);
+    EXPECT_EQ(column(db, "Name = 'c'", "Serial"), std::vector<std::string>{"3"});
 }
 
-TEST_F(DatabaseCatalogueTest, TypeInformationSelectorsDescribeTheNativeTypes)
+TEST_F(DatabaseCatalogueTest, TheNativeTypesAreDescribedByCodeIndexAndName)
 {
-    uint32_t count = 0;
-    EXPECT_EQ(client.call(kKivDB_GetODBCFieldTypeCount, nullptr, nullptr, nullptr, nullptr, nullptr, &count),
-              0u);
-    EXPECT_EQ(count, 7u);
-    uint32_t code = 0x00050000; // bits 16-24 as the module sends them
-    uint32_t type = 0;
-    char buffer[32];
-    uint32_t room = sizeof buffer;
-    EXPECT_EQ(client.call(kKivDB_GetODBCFieldTypeInfo, &code, buffer, &room, nullptr, nullptr, &type), 0u);
-    EXPECT_EQ(std::string(buffer, room), "Number");
-    EXPECT_EQ(type, 0x00050000u);
-    uint32_t index = 6;
-    room = sizeof buffer;
-    EXPECT_EQ(client.call(kKivDB_GetODBCFieldTypeByIndex, &index, buffer, &room, nullptr, nullptr, &type),
-              0u);
-    EXPECT_EQ(std::string(buffer, room), "LongText");
-    char name[] = "text";
-    uint32_t nameSize = 5;
-    EXPECT_EQ(client.call(kKivDB_GetODBCFieldTypeByName, nullptr, name, &nameSize, nullptr, nullptr, &type),
-              0u);
-    EXPECT_EQ(type, 0x00060000u);
-    uint32_t flags = 99;
-    EXPECT_EQ(client.call(kKivDB_GetODBCSupportFlags, nullptr, nullptr, nullptr, nullptr, nullptr, &flags),
-              0u);
-    EXPECT_EQ(flags, 0u);
+    EXPECT_EQ(service.typeCount(), 7u);
+    TypeDescription type;
+    ASSERT_TRUE(service.typeOfWord(0x00050000, type)); // bits 16-24 as the module sends them
+    EXPECT_EQ(type.name, "Number");
+    ASSERT_TRUE(service.typeAt(6, type));
+    EXPECT_EQ(type.name, "LongText");
+    EXPECT_EQ(service.typeNamed(" text ", type), 0u);
+    EXPECT_EQ(type.typeWord, 0x00060000u);
+    EXPECT_EQ(service.typeNamed("varchar", type), result::kInvalidArgument);
+    EXPECT_EQ(service.supportFlags(), 0u);
+    EXPECT_EQ(service.cursorFlags(), 0u);
 }
 
-TEST_F(DatabaseCatalogueTest, ErrorInfoExplainsCodesAndHandles)
+TEST_F(DatabaseCatalogueTest, EveryCodeHasAnExplanationAndNoneIsASuccessText)
 {
     for (const uint32_t code :
-         {result::kFieldNotFound, result::kImproperFormat, result::kLocked, result::kDatabaseNotFound,
-          result::kTypeMismatch, result::kDuplicateValue, result::kImportFailed, result::kEndOfFile})
+         {uint32_t(kKivResult_NotFound), uint32_t(kKivResult_ImproperFormat), uint32_t(kKivResult_NotIndexed),
+          uint32_t(kKivResult_NotUnique), uint32_t(kKivResult_NotAuthorized), result::kLocked,
+          result::kDatabaseNotFound, result::kTypeMismatch, result::kImportFailed,
+          uint32_t(kKivResult_EndOfFile)})
         EXPECT_FALSE(describeResult(code).empty()) << formatResultCode(code);
-    const TextAnswer locked = client.errorInfo(result::kLocked);
-    EXPECT_EQ(locked.code, 0u);
-    EXPECT_EQ(locked.text, describeResult(result::kLocked));
-    EXPECT_EQ(locked.calls, 1);
-    // The last failure of the session gives its own, more precise text.
-    EXPECT_EQ(client.createDatabase("a/b"), result::kInvalidName);
-    EXPECT_NE(client.errorInfo(result::kInvalidName).text.find("letters"), std::string::npos);
-    EXPECT_EQ(client.errorInfo(fourCharCode("Zzzz")).text, "");
-}
-
-TEST_F(DatabaseCatalogueTest, CallsWithoutTheirArgumentsAreRefusedNotCrashed)
-{
-    uint32_t bogus = 4242;
-    EXPECT_EQ(client.call(kKivDB_CloseDatabase, &bogus), result::kInvalidHandle);
-    EXPECT_EQ(client.call(kKivDB_MoveFirstRecord, nullptr), result::kInvalidArgument);
-    EXPECT_EQ(client.call(kKivDB_CreateDatabase), result::kInvalidArgument);
-    EXPECT_EQ(client.call(kKivDB_OpenDatabase), result::kInvalidArgument);
-    EXPECT_EQ(client.call(fourCharCode("Nope")), result::kUnknownFunction);
-    const uint32_t handle = openSampleDatabase(client, "Shop");
-    uint32_t h = handle;
-    EXPECT_EQ(client.call(kKivDB_SetFieldValue, &h), result::kInvalidArgument);
-    EXPECT_EQ(client.call(kKivDB_GetFieldValue, &h), result::kInvalidArgument);
-    EXPECT_EQ(client.call(kKivDB_Export, &h), result::kInvalidArgument);
-    EXPECT_EQ(client.call(kKivDB_Jump, &h), result::kInvalidArgument);
-    EXPECT_EQ(client.call(kKivDB_Terminate), 0u);
-    EXPECT_EQ(client.call(kKivDB_MoveFirstRecord, &h), result::kInvalidHandle); // terminate closed it
-}
-
-TEST_F(DatabaseCatalogueTest, InitializeChoosesTheEmbeddedStoreOrRefusesAnUnknownDataSource)
-{
-    char embedded[] = ",,";
-    uint32_t size = sizeof embedded;
-    EXPECT_EQ(client.call(kKivDB_Initialize, nullptr, embedded, &size), 0u);
-    char odbc[] = "Sales,admin,secret";
-    size = sizeof odbc;
-    EXPECT_EQ(client.call(kKivDB_Initialize, nullptr, odbc, &size), result::kODBCUnavailable);
+    EXPECT_TRUE(describeResult(0).empty());
+    EXPECT_EQ(service.errorText(0), "");
+    EXPECT_EQ(service.errorText(fourCharCode("Zzzz")), "");
+    // The last failure gives its own, more precise text; an unknown data source is refused.
+    EXPECT_EQ(service.connect("Sales", "admin", "secret"), result::kODBCUnavailable);
+    EXPECT_NE(service.errorText(result::kODBCUnavailable).find("Sales"), std::string::npos);
+    EXPECT_FALSE(service.usesDataSource());
+    EXPECT_EQ(service.connect("", "", ""), 0u);
+    EXPECT_EQ(service.database(4242), nullptr);
+    EXPECT_EQ(service.lastFailure().code, result::kInvalidHandle);
 }
 
 } // namespace

@@ -1,7 +1,7 @@
 // Hostile search texts: SQL-injection payloads, unbalanced quotes, odd operators, very long
 // and deeply nested input. Each must be refused with 'MIFt' or 'MNtF' or answered as a search,
 // and the database must be untouched afterwards: nothing of a search ever runs as SQL.
-#include "ServiceClient.h"
+#include "ServiceTesting.h"
 
 #include <sqlite3.h>
 
@@ -83,18 +83,18 @@ class HostileSearchTest : public ::testing::Test
 protected:
     void SetUp() override
     {
-        ASSERT_EQ(client.addRecord(handle, {{"Name", "a"}, {"Price", "1"}}), 0u);
-        ASSERT_EQ(client.addRecord(handle, {{"Name", "b"}, {"Price", "2"}}), 0u);
-        ASSERT_EQ(client.addRecord(handle, {{"Name", "x' OR '1'='1"}}), 0u);
+        ASSERT_EQ(addRecord(db, {{"Name", "a"}, {"Price", "1"}}), 0u);
+        ASSERT_EQ(addRecord(db, {{"Name", "b"}, {"Price", "2"}}), 0u);
+        ASSERT_EQ(addRecord(db, {{"Name", "x' OR '1'='1"}}), 0u);
     }
 
     void expectHarmless(const std::string& text)
     {
-        const uint32_t code = client.search(handle, text);
-        EXPECT_TRUE(code == 0 || code == result::kImproperFormat || code == result::kFieldNotFound)
+        const uint32_t code = db.executeSearch(text);
+        EXPECT_TRUE(code == 0 || code == kKivResult_ImproperFormat || code == kKivResult_NotFound)
             << formatResultCode(code) << " for: " << text.substr(0, 80);
-        const std::string message = client.errorInfo(handle).text;
-        if (code == result::kImproperFormat)
+        const std::string message = db.message();
+        if (code == kKivResult_ImproperFormat)
         {
             EXPECT_FALSE(message.empty());
             EXPECT_LT(message.size(), 300u); // a short description, not an echo of the input
@@ -102,13 +102,13 @@ protected:
         }
         if (code == 0)
         {
-            EXPECT_LE(client.resultCount(handle), 3u);
+            EXPECT_LE(resultCount(db), 3u);
         }
     }
 
     DataFolder folder;
-    ServiceClient client{folder.path()};
-    uint32_t handle = openSampleDatabase(client, "Shop");
+    DatabaseService service{environmentIn(folder.path())};
+    Database& db = openSampleDatabase(service, "Shop");
 };
 
 TEST_F(HostileSearchTest, CorpusIsRefusedOrAnsweredAndNeverExecuted)
@@ -121,22 +121,22 @@ TEST_F(HostileSearchTest, CorpusIsRefusedOrAnsweredAndNeverExecuted)
     for (const auto& text : generatedCorpus())
         expectHarmless(text);
     EXPECT_EQ(inspect(folder.path() / "Shop.kivdb"), before);
-    EXPECT_EQ(client.recordCount(handle), 3u);
+    EXPECT_EQ(recordCount(db), 3u);
     EXPECT_FALSE(std::filesystem::exists("/tmp/evil.db"));
 }
 
 TEST_F(HostileSearchTest, InjectionPayloadsAreOrdinaryValues)
 {
     using Names = std::vector<std::string>;
-    EXPECT_EQ(client.column(handle, "Name = 'x'' OR ''1''=''1'", "Name"), Names{"x' OR '1'='1"});
-    EXPECT_EQ(client.column(handle, "Name = '%'", "Name"), Names{});
-    EXPECT_EQ(client.column(handle, "Name CONTAINS '%'", "Name"), Names{});
-    EXPECT_EQ(client.column(handle, "Name CONTAINS '_'", "Name"), Names{});
-    EXPECT_EQ(client.search(handle, "Name = '' OR '1'='1'"), result::kImproperFormat);
-    EXPECT_EQ(client.search(handle, "kiv_rowid > 0"), result::kFieldNotFound);
-    EXPECT_EQ(client.errorInfo(handle).text, "kiv_rowid");
-    EXPECT_EQ(client.search(handle, "c1 = 1"), result::kFieldNotFound);
-    EXPECT_EQ(client.search(handle, "Name = 'a' ORDER BY 1"), result::kImproperFormat);
+    EXPECT_EQ(column(db, "Name = 'x'' OR ''1''=''1'", "Name"), Names{"x' OR '1'='1"});
+    EXPECT_EQ(column(db, "Name = '%'", "Name"), Names{});
+    EXPECT_EQ(column(db, "Name CONTAINS '%'", "Name"), Names{});
+    EXPECT_EQ(column(db, "Name CONTAINS '_'", "Name"), Names{});
+    EXPECT_EQ(db.executeSearch("Name = '' OR '1'='1'"), kKivResult_ImproperFormat);
+    EXPECT_EQ(db.executeSearch("kiv_rowid > 0"), kKivResult_NotFound);
+    EXPECT_EQ(db.message(), "kiv_rowid");
+    EXPECT_EQ(db.executeSearch("c1 = 1"), kKivResult_NotFound);
+    EXPECT_EQ(db.executeSearch("Name = 'a' ORDER BY 1"), kKivResult_ImproperFormat);
 }
 
 TEST_F(HostileSearchTest, AllowedLimitsStillAnswerCorrectly)
@@ -144,19 +144,19 @@ TEST_F(HostileSearchTest, AllowedLimitsStillAnswerCorrectly)
     std::string nested = "Name = 'a'";
     for (int i = 0; i < 31; ++i)
         nested = "(" + nested + " OR Name = 'b')";
-    ASSERT_EQ(client.search(handle, nested), 0u);
-    EXPECT_EQ(client.resultCount(handle), 2u);
+    ASSERT_EQ(db.executeSearch(nested), 0u);
+    EXPECT_EQ(resultCount(db), 2u);
     std::string chain = "Name <> 'zz'";
     for (int i = 0; i < 255; ++i)
         chain += " AND NOT Name = '" + std::to_string(i) + "'";
-    ASSERT_EQ(client.search(handle, chain), 0u);
-    EXPECT_EQ(client.resultCount(handle), 3u);
+    ASSERT_EQ(db.executeSearch(chain), 0u);
+    EXPECT_EQ(resultCount(db), 3u);
     // NOT and parentheses alternating up to the depth limit still reach SQLite intact.
     std::string alternating = "Name = 'a'";
     for (int i = 0; i < 15; ++i)
         alternating = "NOT (Name = 'q' " + std::string(i % 2 ? "OR " : "AND ") + alternating + ")";
-    ASSERT_EQ(client.search(handle, alternating), 0u) << client.errorInfo(handle).text;
-    EXPECT_EQ(client.resultCount(handle), 3u); // the outermost NOT (q AND false) holds for every record
+    ASSERT_EQ(db.executeSearch(alternating), 0u) << db.message();
+    EXPECT_EQ(resultCount(db), 3u); // the outermost NOT (q AND false) holds for every record
 }
 
 } // namespace

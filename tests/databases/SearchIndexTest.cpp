@@ -2,7 +2,7 @@
 // an index on the pair, made once; its results do not change, and deleting either field drops it.
 #include "DecimalText.h"
 #include "FieldTypes.h"
-#include "ServiceClient.h"
+#include "ServiceTesting.h"
 
 #include <sqlite3.h>
 
@@ -87,27 +87,27 @@ private:
 class SearchIndexTest : public ::testing::Test
 {
 protected:
-    void SetUp() override
+    Database& makePeople()
     {
-        ASSERT_EQ(client.createDatabase("People"), 0u);
-        ASSERT_EQ(client.open("People", 3, handle), 0u);
-        ASSERT_EQ(client.addField(handle, "Name", 0x02060000), 0u); // Text, indexed
-        ASSERT_EQ(client.addField(handle, "City", 0x02060000), 0u); // Text, indexed
-        ASSERT_EQ(client.addField(handle, "Age", 0x02020000), 0u);  // Integer, indexed
-        ASSERT_EQ(client.addField(handle, "Note", 0x00060000), 0u); // Text, not indexed
-        const std::vector<std::vector<std::string>> people = {
+        EXPECT_EQ(service.createDatabase("People"), 0u);
+        Database& people = open(service, "People", OpenMode::Exclusive);
+        EXPECT_EQ(people.addField("Name", 0x02060000), 0u); // Text, indexed
+        EXPECT_EQ(people.addField("City", 0x02060000), 0u); // Text, indexed
+        EXPECT_EQ(people.addField("Age", 0x02020000), 0u);  // Integer, indexed
+        EXPECT_EQ(people.addField("Note", 0x00060000), 0u); // Text, not indexed
+        const std::vector<std::vector<std::string>> rows = {
             {"martin", "Lyon", "40"}, {"Claire", "Paris", "31"}, {"bernard", "lyon", "25"},
             {"Zoe", "Lyon", "19"},    {"Alice", "Nice", "52"},   {"Denis", "LYON", "33"}};
-        for (const auto& person : people)
-            ASSERT_EQ(
-                client.addRecord(handle, {{"Name", person[0]}, {"City", person[1]}, {"Age", person[2]}}), 0u);
+        for (const auto& person : rows)
+            EXPECT_EQ(addRecord(people, {{"Name", person[0]}, {"City", person[1]}, {"Age", person[2]}}), 0u);
+        return people;
     }
 
     std::filesystem::path file() const { return folder.path() / "People.kivdb"; }
 
     DataFolder folder;
-    ServiceClient client{folder.path()};
-    uint32_t handle = 0;
+    DatabaseService service{environmentIn(folder.path())};
+    Database& db = makePeople();
 };
 
 TEST_F(SearchIndexTest, EqualityAndOrderByTwoIndexedFieldsMakesAndUsesAPairIndex)
@@ -118,7 +118,7 @@ TEST_F(SearchIndexTest, EqualityAndOrderByTwoIndexedFieldsMakesAndUsesAPairIndex
     const std::string name = before.columnOf("Name");
     EXPECT_NE(before.planOf(city, name).find("TEMP B-TREE"), std::string::npos); // sorts without it
 
-    EXPECT_EQ(client.column(handle, "City = 'Lyon' ORDER BY Name", "Name"),
+    EXPECT_EQ(column(db, "City = 'Lyon' ORDER BY Name", "Name"),
               (std::vector<std::string>{"bernard", "Denis", "martin", "Zoe"}));
     RawFile after(file());
     EXPECT_EQ(after.pairIndexes(), std::vector<std::string>{"i2_" + city + "_" + name});
@@ -127,14 +127,14 @@ TEST_F(SearchIndexTest, EqualityAndOrderByTwoIndexedFieldsMakesAndUsesAPairIndex
     EXPECT_EQ(plan.find("TEMP B-TREE"), std::string::npos) << plan;
 
     // Same answers with the index, also among other conditions, descending and paged.
-    EXPECT_EQ(client.column(handle, "City = 'Lyon' ORDER BY Name", "Name"),
+    EXPECT_EQ(column(db, "City = 'Lyon' ORDER BY Name", "Name"),
               (std::vector<std::string>{"bernard", "Denis", "martin", "Zoe"}));
-    EXPECT_EQ(client.column(handle, "Age > 20 AND City = 'lyon' ORDER BY Name DESC", "Name"),
+    EXPECT_EQ(column(db, "Age > 20 AND City = 'lyon' ORDER BY Name DESC", "Name"),
               (std::vector<std::string>{"martin", "Denis", "bernard"}));
-    ASSERT_EQ(client.search(handle, "City = 'Lyon' ORDER BY Name"), 0u);
-    EXPECT_EQ(client.resultCount(handle), 4u);
-    ASSERT_EQ(client.jump(handle, 2), 0u);
-    EXPECT_EQ(client.getText(handle, "Name").text, "martin");
+    ASSERT_EQ(db.executeSearch("City = 'Lyon' ORDER BY Name"), 0u);
+    EXPECT_EQ(resultCount(db), 4u);
+    ASSERT_EQ(db.jump(2), 0u);
+    EXPECT_EQ(text(db, "Name"), "martin");
     EXPECT_EQ(after.pairIndexes().size(), 1u); // made once
 }
 
@@ -144,7 +144,7 @@ TEST_F(SearchIndexTest, OtherSearchesMakeNoPairIndex)
          {"City = 'Lyon' ORDER BY Note", "Note = 'x' ORDER BY Name", "City <> 'Lyon' ORDER BY Name",
           "City = 'Lyon' OR Age = 3 ORDER BY Name", "NOT City = 'Lyon' ORDER BY Name", "City = 'Lyon'",
           "ORDER BY Name, City", "City = 'Lyon' ORDER BY City", "Name CONTAINS 'a' ORDER BY City"})
-        EXPECT_EQ(client.search(handle, search), 0u) << search;
+        EXPECT_EQ(db.executeSearch(search), 0u) << search;
     EXPECT_TRUE(RawFile(file()).pairIndexes().empty());
 }
 
@@ -154,49 +154,47 @@ TEST_F(SearchIndexTest, DeletingEitherFieldDropsItsPairIndexes)
     const std::string name = raw.columnOf("Name");
     const std::string city = raw.columnOf("City");
     const std::string age = raw.columnOf("Age");
-    ASSERT_EQ(client.search(handle, "City = 'Lyon' ORDER BY Name"), 0u);
-    ASSERT_EQ(client.search(handle, "Age = 40 ORDER BY City"), 0u);
-    ASSERT_EQ(client.search(handle, "Name = 'Zoe' ORDER BY Age DESC"), 0u);
+    ASSERT_EQ(db.executeSearch("City = 'Lyon' ORDER BY Name"), 0u);
+    ASSERT_EQ(db.executeSearch("Age = 40 ORDER BY City"), 0u);
+    ASSERT_EQ(db.executeSearch("Name = 'Zoe' ORDER BY Age DESC"), 0u);
     EXPECT_EQ(raw.pairIndexes(),
               (std::vector<std::string>{"i2_" + name + "_" + age, "i2_" + city + "_" + name,
                                         "i2_" + age + "_" + city}));
 
-    ASSERT_EQ(client.deleteField(handle, "City"), 0u) << client.errorInfo(handle).text;
+    ASSERT_EQ(db.deleteField("City"), 0u) << db.message();
     EXPECT_EQ(raw.pairIndexes(), std::vector<std::string>{"i2_" + name + "_" + age});
-    ASSERT_EQ(client.deleteField(handle, "Age"), 0u) << client.errorInfo(handle).text;
+    ASSERT_EQ(db.deleteField("Age"), 0u) << db.message();
     EXPECT_TRUE(raw.pairIndexes().empty());
-    EXPECT_EQ(client.column(handle, "ORDER BY Name", "Name"),
+    EXPECT_EQ(column(db, "ORDER BY Name", "Name"),
               (std::vector<std::string>{"Alice", "bernard", "Claire", "Denis", "martin", "Zoe"}));
 
     // A field added again in the same session gets its index again.
-    ASSERT_EQ(client.addField(handle, "Town", 0x02060000), 0u);
-    ASSERT_EQ(client.search(handle, "Town = '' ORDER BY Name"), 0u);
+    ASSERT_EQ(db.addField("Town", 0x02060000), 0u);
+    ASSERT_EQ(db.executeSearch("Town = '' ORDER BY Name"), 0u);
     EXPECT_EQ(raw.pairIndexes().size(), 1u);
 }
 
 TEST_F(SearchIndexTest, APairIndexMadeWhileOthersHaveTheDatabaseOpenLeavesThemWorking)
 {
-    ASSERT_EQ(client.close(handle), 0u);
-    ServiceClient other(folder.path());
-    uint32_t first = 0;
-    uint32_t second = 0;
-    ASSERT_EQ(client.open("People", 2, first), 0u);
-    ASSERT_EQ(other.open("People", 2, second), 0u);
+    service.disconnect();
+    Database& first = open(service, "People");
+    DatabaseService otherService(environmentIn(folder.path()));
+    Database& second = open(otherService, "People");
     // The other open has its statements and field list cached before the schema changes.
-    EXPECT_EQ(other.column(second, "Age > 30 ORDER BY Age", "Name"),
+    EXPECT_EQ(column(second, "Age > 30 ORDER BY Age", "Name"),
               (std::vector<std::string>{"Claire", "Denis", "martin", "Alice"}));
-    ASSERT_EQ(other.search(second, "City = 'Paris' ORDER BY Name"), 0u);
+    ASSERT_EQ(second.executeSearch("City = 'Paris' ORDER BY Name"), 0u);
 
-    EXPECT_EQ(client.column(first, "City = 'Lyon' ORDER BY Name", "Name"),
+    EXPECT_EQ(column(first, "City = 'Lyon' ORDER BY Name", "Name"),
               (std::vector<std::string>{"bernard", "Denis", "martin", "Zoe"}));
     EXPECT_EQ(RawFile(file()).pairIndexes().size(), 1u);
 
-    ASSERT_EQ(other.simple(kKivDB_MoveFirstRecord, second), 0u);
-    EXPECT_EQ(other.getText(second, "Name").text, "Claire");
-    EXPECT_EQ(other.column(second, "City = 'Lyon' ORDER BY Name", "Age"),
+    ASSERT_EQ(second.moveFirst(), 0u);
+    EXPECT_EQ(text(second, "Name"), "Claire");
+    EXPECT_EQ(column(second, "City = 'Lyon' ORDER BY Name", "Age"),
               (std::vector<std::string>{"25", "33", "40", "19"}));
-    ASSERT_EQ(other.addRecord(second, {{"Name", "Aaron"}, {"City", "Lyon"}}), 0u);
-    EXPECT_EQ(client.column(first, "City = 'Lyon' ORDER BY Name", "Name"),
+    ASSERT_EQ(addRecord(second, {{"Name", "Aaron"}, {"City", "Lyon"}}), 0u);
+    EXPECT_EQ(column(first, "City = 'Lyon' ORDER BY Name", "Name"),
               (std::vector<std::string>{"Aaron", "bernard", "Denis", "martin", "Zoe"}));
 }
 

@@ -1,7 +1,7 @@
 // The search language: the parser's tree and precedence on its own, then every operator,
 // ordering, type-aware comparison, error codes and texts, and the cursor through the service.
-#include "SearchLanguage.h"
-#include "ServiceClient.h"
+#include "search/SearchLanguage.h"
+#include "ServiceTesting.h"
 
 namespace kiv::db::testing
 {
@@ -185,14 +185,14 @@ protected:
             {{"Name", "\xC9lan"}, {"City", "Lyon"}, {"Qty", "7"}, {"Code", ""}}, // no price
         };
         for (const auto& row : rows)
-            ASSERT_EQ(client.addRecord(handle, row), 0u) << client.errorInfo(handle).text;
+            ASSERT_EQ(addRecord(db, row), 0u) << db.message();
     }
 
-    std::vector<std::string> names(const std::string& text) { return client.column(handle, text, "Name"); }
+    std::vector<std::string> names(const std::string& text) { return column(db, text, "Name"); }
 
     DataFolder folder;
-    ServiceClient client{folder.path()};
-    uint32_t handle = openSampleDatabase(client, "Shop");
+    DatabaseService service{environmentIn(folder.path())};
+    Database& db = openSampleDatabase(service, "Shop");
 };
 
 using Names = std::vector<std::string>;
@@ -256,78 +256,80 @@ TEST_F(SearchServiceTest, BooleanLogicAndParentheses)
     EXPECT_EQ(names("NOT Price = 10"), (Names{"banana", "Cherry", "date", "\xC9lan"})); // includes no value
 }
 
-TEST_F(SearchServiceTest, UnknownFieldsAnswerNotFoundWithTheName)
+TEST_F(SearchServiceTest, UnknownFieldsAnswerNotFoundAndLongTextIsNotOrdered)
 {
-    EXPECT_EQ(client.search(handle, "Colour = 'red'"), result::kFieldNotFound);
-    EXPECT_EQ(client.errorInfo(handle).text, "Colour");
-    EXPECT_EQ(client.search(handle, "Name = 'a' ORDER BY Size"), result::kFieldNotFound);
-    EXPECT_EQ(client.errorInfo(handle).text, "Size");
+    EXPECT_EQ(db.executeSearch("Colour = 'red'"), kKivResult_NotFound);
+    EXPECT_EQ(db.message(), "Colour");
+    EXPECT_EQ(db.executeSearch("Name = 'a' ORDER BY Size"), kKivResult_NotFound);
+    EXPECT_EQ(db.message(), "Size");
+    EXPECT_EQ(service.lastFailure().line, "no field \"Size\" in \"Shop\"");
+    EXPECT_EQ(db.executeSearch("ORDER BY Notes DESC"), kKivResult_NotIndexed);
+    EXPECT_EQ(db.message(), "Notes");
+    EXPECT_EQ(service.lastFailure().line, "search: the long text field \"Notes\" cannot be ordered");
 }
 
 TEST_F(SearchServiceTest, MalformedSearchesAnswerImproperFormatWithTheReason)
 {
-    EXPECT_EQ(client.search(handle, "Name = 'a' AND"), result::kImproperFormat);
-    EXPECT_EQ(client.errorInfo(handle).text,
-              "Expected a field name at position 15 but found the end of the search.");
-    EXPECT_EQ(client.search(handle, "Qty = 'many'"), result::kImproperFormat);
-    EXPECT_EQ(client.errorInfo(handle).text, "The value for the field Qty at position 1 is not a number.");
-    EXPECT_EQ(client.search(handle, "Price > ''"), result::kImproperFormat);
-    EXPECT_EQ(client.search(handle, "Active = 'maybe'"), result::kImproperFormat);
+    EXPECT_EQ(db.executeSearch("Name = 'a' AND"), kKivResult_ImproperFormat);
+    EXPECT_EQ(db.message(), "Expected a field name at position 15 but found the end of the search.");
+    EXPECT_EQ(db.executeSearch("Qty = 'many'"), kKivResult_ImproperFormat);
+    EXPECT_EQ(db.message(), "The value for the field Qty at position 1 is not a number.");
+    EXPECT_EQ(db.executeSearch("Price > ''"), kKivResult_ImproperFormat);
+    EXPECT_EQ(db.executeSearch("Active = 'maybe'"), kKivResult_ImproperFormat);
 }
 
 TEST_F(SearchServiceTest, CursorMovesStopAtTheEnds)
 {
-    ASSERT_EQ(client.search(handle, "ORDER BY Name"), 0u);
-    EXPECT_EQ(client.resultCount(handle), 5u);
-    EXPECT_EQ(client.simple(kKivDB_MoveLastRecord, handle), 0u);
-    EXPECT_EQ(client.getText(handle, "Name").text, "\xC9lan");
-    EXPECT_EQ(client.simple(kKivDB_MoveNextRecord, handle), result::kEndOfFile);
-    EXPECT_EQ(client.getText(handle, "Name").text, "\xC9lan"); // the cursor stays
-    EXPECT_EQ(client.simple(kKivDB_MovePrevRecord, handle), 0u);
-    EXPECT_EQ(client.getText(handle, "Name").text, "date");
-    EXPECT_EQ(client.simple(kKivDB_MoveFirstRecord, handle), 0u);
-    EXPECT_EQ(client.simple(kKivDB_MovePrevRecord, handle), result::kBeginningOfFile);
-    EXPECT_EQ(client.getText(handle, "Name").text, "Apple");
-    ASSERT_EQ(client.search(handle, "Name = 'nobody'"), 0u);
-    EXPECT_EQ(client.resultCount(handle), 0u);
-    EXPECT_EQ(client.simple(kKivDB_MoveFirstRecord, handle), result::kEndOfFile);
-    EXPECT_EQ(client.simple(kKivDB_MoveLastRecord, handle), result::kEndOfFile);
+    ASSERT_EQ(db.executeSearch("ORDER BY Name"), 0u);
+    EXPECT_EQ(resultCount(db), 5u);
+    EXPECT_EQ(db.moveLast(), 0u);
+    EXPECT_EQ(text(db, "Name"), "\xC9lan");
+    EXPECT_EQ(db.moveNext(), kKivResult_EndOfFile);
+    EXPECT_EQ(text(db, "Name"), "\xC9lan"); // the cursor stays
+    EXPECT_EQ(db.movePrevious(), 0u);
+    EXPECT_EQ(text(db, "Name"), "date");
+    EXPECT_EQ(db.moveFirst(), 0u);
+    EXPECT_EQ(db.movePrevious(), kKivResult_BeginningOfFile);
+    EXPECT_EQ(text(db, "Name"), "Apple");
+    ASSERT_EQ(db.executeSearch("Name = 'nobody'"), 0u);
+    EXPECT_EQ(resultCount(db), 0u);
+    EXPECT_EQ(db.moveFirst(), kKivResult_EndOfFile);
+    EXPECT_EQ(db.moveLast(), kKivResult_EndOfFile);
 }
 
 TEST_F(SearchServiceTest, JumpCountsFromTheFirstResult)
 {
-    ASSERT_EQ(client.search(handle, "ORDER BY Name DESC"), 0u);
-    EXPECT_EQ(client.jump(handle, 0), 0u);
-    EXPECT_EQ(client.getText(handle, "Name").text, "\xC9lan");
-    EXPECT_EQ(client.jump(handle, 3), 0u);
-    EXPECT_EQ(client.getText(handle, "Name").text, "banana");
-    EXPECT_EQ(client.simple(kKivDB_MoveNextRecord, handle), 0u);
-    EXPECT_EQ(client.getText(handle, "Name").text, "Apple");
-    EXPECT_EQ(client.jump(handle, 5), result::kEndOfFile);
+    ASSERT_EQ(db.executeSearch("ORDER BY Name DESC"), 0u);
+    EXPECT_EQ(db.jump(0), 0u);
+    EXPECT_EQ(text(db, "Name"), "\xC9lan");
+    EXPECT_EQ(db.jump(3), 0u);
+    EXPECT_EQ(text(db, "Name"), "banana");
+    EXPECT_EQ(db.moveNext(), 0u);
+    EXPECT_EQ(text(db, "Name"), "Apple");
+    EXPECT_EQ(db.jump(5), kKivResult_EndOfFile);
 }
 
 TEST_F(SearchServiceTest, MoveToFindsARecordByItsUniqueID)
 {
-    EXPECT_EQ(client.moveToText(handle, "3"), 0u); // no search: every record
-    EXPECT_EQ(client.getText(handle, "Name").text, "Cherry");
-    EXPECT_EQ(client.simple(kKivDB_MoveNextRecord, handle), 0u);
-    EXPECT_EQ(client.getText(handle, "Name").text, "date");
-    EXPECT_EQ(client.moveToUInt(handle, 99), result::kRecordNotFound);
-    ASSERT_EQ(client.search(handle, "City = 'Lyon'"), 0u);
-    EXPECT_EQ(client.moveToUInt(handle, 5), 0u);
-    EXPECT_EQ(client.moveToUInt(handle, 1), result::kRecordNotFound); // not among the results
+    EXPECT_EQ(db.moveTo(std::string_view("3")), 0u); // no search: every record
+    EXPECT_EQ(text(db, "Name"), "Cherry");
+    EXPECT_EQ(db.moveNext(), 0u);
+    EXPECT_EQ(text(db, "Name"), "date");
+    EXPECT_EQ(db.moveTo(uint32_t(99)), result::kRecordNotFound);
+    ASSERT_EQ(db.executeSearch("City = 'Lyon'"), 0u);
+    EXPECT_EQ(db.moveTo(uint32_t(5)), 0u);
+    EXPECT_EQ(db.moveTo(uint32_t(1)), result::kRecordNotFound); // not among the results
 }
 
 TEST_F(SearchServiceTest, DeletingWhileWalkingTheResultsVisitsEachOnce)
 {
     // The module's deleteRecord loop: read the ID, delete, move on.
-    ASSERT_EQ(client.search(handle, "City <> 'Paris'"), 0u);
+    ASSERT_EQ(db.executeSearch("City <> 'Paris'"), 0u);
     std::vector<std::string> deleted;
-    for (uint32_t move = client.simple(kKivDB_MoveFirstRecord, handle); move == 0;
-         move = client.simple(kKivDB_MoveNextRecord, handle))
+    for (uint32_t move = db.moveFirst(); move == 0; move = db.moveNext())
     {
-        const std::string id = client.getText(handle, "KIVIDFIELD").text;
-        ASSERT_EQ(client.deleteRecordByText(handle, id), 0u);
+        const std::string id = text(db, "KIVIDFIELD");
+        ASSERT_EQ(db.deleteRecord(std::string_view(id)), 0u);
         deleted.push_back(id);
     }
     EXPECT_EQ(deleted, (Names{"2", "4", "5"}));
@@ -336,11 +338,11 @@ TEST_F(SearchServiceTest, DeletingWhileWalkingTheResultsVisitsEachOnce)
 
 TEST_F(SearchServiceTest, WithoutASearchTheResultsAreEveryRecord)
 {
-    EXPECT_EQ(client.resultCount(handle), 5u);
-    ASSERT_EQ(client.search(handle, "City = 'Lyon'"), 0u);
-    EXPECT_EQ(client.resultCount(handle), 2u);
-    ASSERT_EQ(client.simple(kKivDB_ClearSearchResults, handle), 0u);
-    EXPECT_EQ(client.resultCount(handle), 5u);
+    EXPECT_EQ(resultCount(db), 5u);
+    ASSERT_EQ(db.executeSearch("City = 'Lyon'"), 0u);
+    EXPECT_EQ(resultCount(db), 2u);
+    db.clearSearch();
+    EXPECT_EQ(resultCount(db), 5u);
 }
 
 } // namespace

@@ -27,14 +27,16 @@ PAGES = {
 <kivModifyDatabase mode="addField" databaseName="{t}" {odbc} fieldName="Name" fieldType="Text" fieldLength="40" fieldFlags="X">
 <kivModifyDatabase mode="addField" databaseName="{t}" {odbc} fieldName="City" fieldType="Text" fieldLength="30">
 <kivModifyDatabase mode="addField" databaseName="{t}" {odbc} fieldName="Qty" fieldType="Integer">
+<kivModifyDatabase mode="addField" databaseName="{t}" {odbc} fieldName="Price" fieldType="Number">
 <kivModifyDatabase mode="createDatabase" databaseName="{t}Copy" {odbc}>
 <kivModifyDatabase mode="addField" databaseName="{t}Copy" {odbc} fieldName="Name" fieldType="Text" fieldLength="40">
 <kivModifyDatabase mode="addField" databaseName="{t}Copy" {odbc} fieldName="City" fieldType="Text" fieldLength="30">
 <kivModifyDatabase mode="addField" databaseName="{t}Copy" {odbc} fieldName="Qty" fieldType="Integer">
+<kivModifyDatabase mode="addField" databaseName="{t}Copy" {odbc} fieldName="Price" fieldType="Number">
 <p>created &kivPageVariable(c_DatabaseName);</p>""",
     "add.html": """<kivModifyDatabase mode="addRecord" databaseName="{t}" {odbc} resultVariableName="a"
     fieldName="Name" postArgumentName="Name" fieldName="City" postArgumentName="City" fieldName="Qty" postArgumentName="Qty">
-<p>added=&kivPageVariable(a_ResultCount);</p>""",
+<p>added=&kivPageVariable(a_ResultCount); result=&kivPageVariable(kivResult);</p>""",
     "search.html": """<ul><kivSearchDatabase databaseName="{t}" {odbc} keyFieldName="City" pathArgumentName="city"
     orderByField="Qty" resultsPerPage="5" page="&kivPathArgument(page);" resultVariableName="f">
 <li>&kivDBField(Name);|&kivDBField(Qty);</li></kivSearchDatabase></ul>
@@ -143,6 +145,11 @@ class OdbcSiteTest(unittest.TestCase):
         fields = self.get(folder, "fields.html")
         self.assertRegex(fields, r"Name\.[a-z0-9 ]+\.40\.X")
         self.assertRegex(fields, r"Qty\.[a-z0-9 ]+\.\d+\.")
+        self.assertNotIn("unknown type", fields)
+        if folder == "pg":
+            self.assertRegex(fields, r"(?i)Price\.numeric\.")
+        # Text compares without regard to case on both data sources, as on the embedded store.
+        self.assertIn("count=8", self.get(folder, "search.html", city="OSLO"))
 
         self.assertIn("updated=1", self.get(folder, "update.html", name="P03"))
         self.assertIn("count=1", self.get(folder, "search.html", city="Rome"))
@@ -151,6 +158,16 @@ class OdbcSiteTest(unittest.TestCase):
 
         self.assertIn("exported=11", self.get(folder, "export.html"))
         self.assertIn("imported=11", self.get(folder, "import.html"))
+        # A text longer than its column: PostgreSQL refuses it where the page can see it, SQLite
+        # keeps it whole; it is never cut.
+        body = self.post(folder, "add.html", {"Name": "L" * 41, "City": "Far", "Qty": "1"})
+        if folder == "pg":
+            self.assertIn("kiv-error", body)
+            self.assertIn("result=MTLg", body)
+            self.assertIn("22001", body)
+        else:
+            self.assertIn("result=0", body)
+            self.assertIn("L" * 41, self.get(folder, "search.html", city="Far"))
 
     def check_editor(self, folder):
         listing = self.get(folder, "editor.html")

@@ -47,9 +47,9 @@ PAGES = {
     "redirect.html": '<kivStatus location="/index.html">',
     "badheader.html": '<kivStatus header="Content-Length" value="0">',
     "pref.html": '<kivPref key="testPref">',
-    "files.html": '<kivFile path="exports/list.csv"> <kivFile path="../outside.txt"> '
+    "files.html": '<kivFile path="list.csv"> <kivFile path="../outside.txt"> '
                   '<kivFile path="/etc/passwd"> <kivFile path="missing/../out/list.csv"> '
-                  '<kivFile path="dangling/list.csv">',
+                  '<kivFile path="dangling/list.csv"> <kivFile path="../kiv-preferences.txt">',
     "inject.html": '<kivStatus header="X-Split" value="a&#13;&#10;Set-Cookie: evil=1">'
                    '<kivStatus location="/index.html&#13;&#10;Set-Cookie: evil=2">',
     "sub/inner/page.txt": "inner\n",
@@ -78,8 +78,9 @@ def make_site(base):
     # Links in the data folder that a module's file path must not reach.
     data = os.path.join(base, "data")
     os.makedirs(data)
-    os.symlink(outside, os.path.join(data, "out"))
-    os.symlink(os.path.join(outside, "no-such-folder"), os.path.join(data, "dangling"))
+    os.makedirs(os.path.join(data, "exports"), exist_ok=True)
+    os.symlink(outside, os.path.join(data, "exports", "out"))
+    os.symlink(os.path.join(outside, "no-such-folder"), os.path.join(data, "exports", "dangling"))
     return site
 
 
@@ -315,13 +316,14 @@ class ServerTest(unittest.TestCase):
         status, headers, body = self.get("/badheader.html")
         self.assertIn(b"HEADER-REFUSED", body)  # framing headers stay the server's
 
-    def test_module_file_paths_stay_in_the_data_folder(self):
+    def test_module_file_paths_stay_in_the_exports_folder(self):
         _, _, body = self.get("/files.html")
         text = body.decode("latin-1")
         data = os.path.realpath(os.path.join(self.base, "data"))
         self.assertIn("FILE-OK:" + os.path.join(data, "exports", "list.csv"), text)
-        # Two plain escapes, a link reached after a missing folder and "..", a dangling link.
-        self.assertEqual(text.count("FILE-REFUSED"), 4)
+        # Two plain escapes, a link reached after a missing folder and "..", a dangling link,
+        # and the server's own preferences.
+        self.assertEqual(text.count("FILE-REFUSED"), 5)
         self.assertTrue(wait_until(lambda: "missing/../out/list.csv" in self.server_log(), 5))
 
     def test_module_headers_and_redirects_cannot_split_the_response(self):

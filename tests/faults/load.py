@@ -173,7 +173,7 @@ def concurrency(arguments):
                 kind = i % 6
                 if kind == 0:
                     body = urllib.parse.urlencode({"FirstName": f"T{i}", "LastName": "Thread", "City": "Racetown",
-                                                   "Email": "", "Phone": ""})
+                                                   "Email": f"t{i}@example.org", "Phone": ""})
                     return "POST", "/people/added.html", body, form_headers
                 if kind == 1:
                     return "GET", "/manage/editor.html", None, editor_headers

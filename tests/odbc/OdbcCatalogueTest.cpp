@@ -1,5 +1,5 @@
-// Tables as databases, the driver's types through 'MOFC', 'MOFI', 'MOFT' and 'MDFN', its
-// capabilities through 'MOSF' and 'MOCF', and what 'MIni' does with a data source.
+// Tables as databases, the driver's types and capabilities, the names of column types the
+// driver does not list, and what connecting to a data source does.
 #include "OdbcTestSupport.h"
 
 #include <algorithm>
@@ -14,124 +14,120 @@ bool contains(const std::vector<std::string>& names, const std::string& name)
     return std::find(names.begin(), names.end(), name) != names.end();
 }
 
+std::vector<std::string> namesOf(DatabaseService& service)
+{
+    std::vector<std::string> names;
+    EXPECT_EQ(service.listDatabases(names), 0u) << service.lastFailure().line;
+    return names;
+}
+
 using OdbcCatalogueTest = OdbcTest;
 
-TEST_P(OdbcCatalogueTest, CreatedTablesAreListedOpenedAndDropped)
+TEST_P(OdbcCatalogueTest, CreatedTablesAreListedOpenedAndDroppedWhateverTheCase)
 {
-    ASSERT_EQ(client->createDatabase(table), 0u) << client->errorInfo(result::kDataSourceError).text;
-    EXPECT_TRUE(contains(client->databaseNames(), table));
-    EXPECT_EQ(client->createDatabase(table), result::kDatabaseExists);
+    ASSERT_EQ(service->createDatabase(table), 0u) << service->lastFailure().line;
+    EXPECT_TRUE(contains(namesOf(*service), table));
+    EXPECT_EQ(service->createDatabase(table), result::kDatabaseExists);
 
-    uint32_t handle = 0;
-    ASSERT_EQ(client->open(table, 2, handle), 0u);
-    EXPECT_NE(handle, 0u);
-    uint32_t typeWord = 0;
-    ASSERT_EQ(client->fieldInfo(handle, "KIVIDFIELD", typeWord), 0u);
-    EXPECT_EQ(typeWord & 0xFF0000, 0x440000u) << "an SQL INTEGER";
-    EXPECT_TRUE(typeWord & 0x01000000) << "the data source hands out the IDs";
-    EXPECT_TRUE(typeWord & 0x04000000) << "unique";
-    EXPECT_EQ(client->close(handle), 0u);
-
-    EXPECT_EQ(client->deleteDatabase(table), 0u);
-    EXPECT_FALSE(contains(client->databaseNames(), table));
-    EXPECT_EQ(client->deleteDatabase(table), result::kDatabaseNotFound);
-}
-
-TEST_P(OdbcCatalogueTest, NamesMatchWithoutRegardToCaseAndKeepTheirSpelling)
-{
-    ASSERT_EQ(client->createDatabase(table), 0u);
-    uint32_t handle = 0;
     std::string shouted = table;
     std::transform(shouted.begin(), shouted.end(), shouted.begin(), ::toupper);
-    ASSERT_EQ(client->open(shouted, 2, handle), 0u);
-    std::string name;
-    char buffer[128];
-    uint32_t room = sizeof buffer;
-    ASSERT_EQ(client->call(kKivDB_GetDatabaseName, &handle, buffer, &room), 0u);
-    EXPECT_EQ(std::string(buffer, room), table);
+    Database& db = open(*service, shouted);
+    EXPECT_EQ(db.name(), table); // the stored spelling
+    uint32_t typeWord = 0;
+    ASSERT_EQ(db.fieldInfo(KIV_DEFAULT_UNIQUE_ID_FIELD, typeWord), 0u);
+    EXPECT_EQ(typeWord & 0xFF0000, 0x440000u) << "an SQL INTEGER";
+    EXPECT_TRUE(typeWord & kKivFieldFlag_AutoUnique) << "the data source hands out the IDs";
+    EXPECT_TRUE(typeWord & kKivFieldFlag_Unique);
+    service->disconnect();
+    ASSERT_EQ(service->connect(source(), "kiv", ""), 0u);
+
+    EXPECT_EQ(service->deleteDatabase(table), 0u);
+    EXPECT_FALSE(contains(namesOf(*service), table));
+    EXPECT_EQ(service->deleteDatabase(table), result::kDatabaseNotFound);
 }
 
-TEST_P(OdbcCatalogueTest, OnlyTheEditorCreatesAMissingTableByOpeningIt)
+TEST_P(OdbcCatalogueTest, OnlyAnOpenThatMayCreateCreatesAMissingTable)
 {
-    uint32_t handle = 0;
-    EXPECT_EQ(client->open(table, 2, handle), result::kDatabaseNotFound);
-    EXPECT_EQ(handle, 0u);
-    EXPECT_FALSE(contains(client->databaseNames(), table));
-
-    OdbcClient editor(folder.path(), source(), "kivEditDatabase");
-    ASSERT_EQ(editor.open(table, 2, handle, "PersonID"), 0u);
+    DatabaseHandle handle = 0;
+    EXPECT_EQ(service->openDatabase(table, OpenMode::Shared, OpenIntent::MustExist, "", handle),
+              result::kDatabaseNotFound);
+    EXPECT_EQ(service->lastFailure().line.rfind("no database named \"", 0), 0u)
+        << service->lastFailure().line;
+    EXPECT_FALSE(contains(namesOf(*service), table));
+    Database& db = open(*service, table, OpenMode::Shared, "PersonID", OpenIntent::CreateIfMissing);
     uint32_t typeWord = 0;
-    EXPECT_EQ(editor.fieldInfo(handle, "PersonID", typeWord), 0u) << "named by the open";
-    EXPECT_TRUE(typeWord & 0x01000000);
+    EXPECT_EQ(db.fieldInfo("PersonID", typeWord), 0u) << "named by the open";
+    EXPECT_TRUE(typeWord & kKivFieldFlag_AutoUnique);
 }
 
 TEST_P(OdbcCatalogueTest, NamesThatCouldEscapeQuotingAreRefusedOrQuoted)
 {
-    EXPECT_EQ(client->createDatabase("a/b"), result::kInvalidName);
-    EXPECT_EQ(client->createDatabase(""), result::kInvalidName);
-    EXPECT_EQ(client->createDatabase(table + "\"x"), result::kInvalidName) << "the quote character";
+    EXPECT_EQ(service->createDatabase("a/b"), result::kInvalidName);
+    EXPECT_EQ(service->createDatabase(""), result::kInvalidName);
+    EXPECT_EQ(service->createDatabase(table + "\"x"), result::kInvalidName) << "the quote character";
     // Blanks and apostrophes stand inside the quoted identifier.
     const std::string awkward = table + " it's";
     runDirectly(source(), "DROP TABLE IF EXISTS \"" + awkward + "\"");
-    ASSERT_EQ(client->createDatabase(awkward), 0u) << client->errorInfo(result::kDataSourceError).text;
-    EXPECT_TRUE(contains(client->databaseNames(), awkward));
-    uint32_t handle = 0;
-    ASSERT_EQ(client->open(awkward, 3, handle), 0u);
-    EXPECT_EQ(client->addField(handle, "Name", 0x60010), 0u) << client->errorInfo(handle).text;
-    EXPECT_EQ(client->close(handle), 0u);
-    EXPECT_EQ(client->deleteDatabase(awkward), 0u);
+    ASSERT_EQ(service->createDatabase(awkward), 0u) << service->lastFailure().line;
+    EXPECT_TRUE(contains(namesOf(*service), awkward));
+    Database& db = open(*service, awkward, OpenMode::Exclusive);
+    EXPECT_EQ(db.addField("Name", 0x60010), 0u) << db.message();
+    service->disconnect();
+    ASSERT_EQ(service->connect(source(), "kiv", ""), 0u);
+    EXPECT_EQ(service->deleteDatabase(awkward), 0u);
 }
 
-TEST_P(OdbcCatalogueTest, TypeListComesFromTheDriver)
+TEST_P(OdbcCatalogueTest, TypeListComesFromTheDriverAndNumericColumnsHaveTheirNames)
 {
-    const uint32_t count = client->word(kKivDB_GetODBCFieldTypeCount);
+    const size_t count = service->typeCount();
     ASSERT_GT(count, 5u);
     bool sawVarchar = false;
-    for (uint32_t index = 0; index < count; ++index)
+    for (size_t index = 0; index < count; ++index)
     {
-        std::string name;
-        uint32_t typeWord = 0;
-        ASSERT_EQ(client->typeInfo(kKivDB_GetODBCFieldTypeByIndex, index, name, typeWord), 0u);
-        EXPECT_FALSE(name.empty());
-        const uint32_t typeByte = (typeWord >> 16) & 0xFF;
-        EXPECT_TRUE((typeByte >= 0x41 && typeByte <= 0x7F) || typeByte >= 0x81) << name;
-
+        TypeDescription type;
+        ASSERT_TRUE(service->typeAt(index, type));
+        EXPECT_FALSE(type.name.empty());
+        const uint32_t typeByte = (type.typeWord >> 16) & 0xFF;
+        EXPECT_TRUE((typeByte >= 0x41 && typeByte <= 0x7F) || typeByte >= 0x81) << type.name;
         // By name and by the type bits (mask 0x1FF0000) the same type comes back.
-        uint32_t byName = 0;
-        ASSERT_EQ(client->typeByName(name, byName), 0u) << name;
-        EXPECT_EQ(byName, typeWord) << name;
-        std::string nameByCode;
-        uint32_t byCode = 0;
-        ASSERT_EQ(client->typeInfo(kKivDB_GetODBCFieldTypeInfo, typeWord & 0x1FF0000, nameByCode, byCode),
-                  0u);
-        EXPECT_EQ(byCode & 0x1FF0000, typeWord & 0x1FF0000) << name;
+        TypeDescription byName, byCode;
+        ASSERT_EQ(service->typeNamed(type.name, byName), 0u) << type.name;
+        EXPECT_EQ(byName.typeWord, type.typeWord) << type.name;
+        ASSERT_TRUE(service->typeOfWord(type.typeWord & 0x1FF0000, byCode));
+        EXPECT_EQ(byCode.typeWord & 0x1FF0000, type.typeWord & 0x1FF0000) << type.name;
         if (typeByte == 0x4C)
         {
             sawVarchar = true;
-            EXPECT_GT(typeWord & 0xFFFF, 0u) << "varchar takes a length";
+            EXPECT_GT(type.typeWord & 0xFFFF, 0u) << "varchar takes a length";
         }
     }
     EXPECT_TRUE(sawVarchar);
-    std::string name;
-    uint32_t typeWord = 0;
-    EXPECT_EQ(client->typeInfo(kKivDB_GetODBCFieldTypeByIndex, count, name, typeWord),
-              result::kInvalidArgument);
-}
+    TypeDescription type;
+    EXPECT_FALSE(service->typeAt(count, type));
+    EXPECT_EQ(service->typeNamed("sqlvarchar", type), 0u); // the editor's own names
+    EXPECT_EQ(type.typeWord & 0xFF0000, 0x4C0000u);
+    EXPECT_EQ(service->typeNamed("SQLINTEGER", type), 0u);
+    EXPECT_EQ(type.typeWord & 0xFF0000, 0x440000u);
+    EXPECT_EQ(service->typeNamed("no such type", type), result::kInvalidArgument);
 
-TEST_P(OdbcCatalogueTest, EditorTypeNamesAndUnknownNames)
-{
-    uint32_t typeWord = 0;
-    ASSERT_EQ(client->typeByName("sqlvarchar", typeWord), 0u);
-    EXPECT_EQ(typeWord & 0xFF0000, 0x4C0000u);
-    ASSERT_EQ(client->typeByName("SQLINTEGER", typeWord), 0u);
-    EXPECT_EQ(typeWord & 0xFF0000, 0x440000u);
-    EXPECT_EQ(client->typeByName("no such type", typeWord), result::kInvalidArgument);
+    // Columns of types the driver may not list still have their names, never "unknown type".
+    runDirectly(source(), "CREATE TABLE \"" + table +
+                              "\" (\"KIVIDFIELD\" INTEGER PRIMARY KEY, "
+                              "\"Price\" NUMERIC(10,2), \"Rate\" DECIMAL(8,3))");
+    Database& db = open(*service, table);
+    for (const char* field : {"Price", "Rate"})
+    {
+        uint32_t typeWord = 0;
+        ASSERT_EQ(db.fieldInfo(field, typeWord), 0u);
+        ASSERT_TRUE(service->typeOfWord(typeWord & 0x1FF0000, type)) << field;
+        EXPECT_FALSE(type.name.empty()) << field;
+    }
 }
 
 TEST_P(OdbcCatalogueTest, CapabilityBitsFollowTheDriver)
 {
-    const uint32_t support = client->word(kKivDB_GetODBCSupportFlags);
-    const uint32_t cursors = client->word(kKivDB_GetODBCCursorFlags);
+    const uint32_t support = service->supportFlags();
+    const uint32_t cursors = service->cursorFlags();
     // Both drivers create and drop tables, list tables and columns, count and read any column.
     for (const uint32_t bit : {1u, 2u, 32u, 64u, 256u})
         EXPECT_TRUE(support & bit) << bit;
@@ -153,44 +149,36 @@ TEST_P(OdbcCatalogueTest, CapabilityBitsFollowTheDriver)
     }
 }
 
-TEST_P(OdbcCatalogueTest, TerminateReturnsToTheEmbeddedStore)
+TEST_P(OdbcCatalogueTest, DisconnectingReturnsToTheEmbeddedStore)
 {
-    ASSERT_EQ(client->createDatabase(table), 0u);
-    EXPECT_EQ(client->call(kKivDB_Terminate), 0u);
-    EXPECT_FALSE(contains(client->databaseNames(), table)) << "the data folder is empty";
-    EXPECT_EQ(client->word(kKivDB_GetODBCFieldTypeCount), 7u);
-    EXPECT_EQ(client->word(kKivDB_GetODBCSupportFlags), 0u);
-    EXPECT_EQ(client->initialize(source() + ",kiv,"), 0u);
-    EXPECT_TRUE(contains(client->databaseNames(), table));
-    EXPECT_EQ(client->initialize(",,"), 0u);
-    EXPECT_FALSE(contains(client->databaseNames(), table));
+    ASSERT_EQ(service->createDatabase(table), 0u);
+    service->disconnect();
+    EXPECT_FALSE(contains(namesOf(*service), table)) << "the data folder is empty";
+    EXPECT_EQ(service->typeCount(), 7u);
+    EXPECT_EQ(service->supportFlags(), 0u);
+    EXPECT_EQ(service->connect(source(), "kiv", ""), 0u);
+    EXPECT_TRUE(contains(namesOf(*service), table));
 }
 
 INSTANTIATE_TEST_SUITE_P(Drivers, OdbcCatalogueTest, ::testing::Values("KivSqlite", "KivPostgres"),
                          driverName);
 
-TEST(OdbcInitializeTest, UnknownDataSourceIsRefusedWithTheDriverManagersWords)
+TEST(OdbcConnectTest, AnUnknownDataSourceOrUserIsRefusedWithTheirOwnWords)
 {
     useFixtureConfiguration();
     DataFolder folder;
-    OdbcClient client(folder.path(), "");
-    EXPECT_EQ(client.initialize("NoSuchSource,kiv,secret"), result::kODBCUnavailable);
-    const auto text = client.errorInfo(result::kODBCUnavailable).text;
+    DatabaseService service(environmentIn(folder.path()));
+    EXPECT_EQ(service.connect("NoSuchSource", "kiv", "secret"), result::kODBCUnavailable);
+    const auto text = service.errorText(result::kODBCUnavailable);
     EXPECT_NE(text.find("NoSuchSource"), std::string::npos) << text;
     EXPECT_NE(text.find("IM002"), std::string::npos) << "the driver manager's diagnostic: " << text;
-    // The session carries on with the embedded store.
-    EXPECT_EQ(client.createDatabase("Local"), 0u);
+    EXPECT_EQ(service.lastFailure().line.rfind("data source \"NoSuchSource\": ", 0), 0u);
+    // The service carries on with the embedded store.
+    EXPECT_EQ(service.createDatabase("Local"), 0u);
     EXPECT_TRUE(std::filesystem::exists(folder.path() / "Local.kivdb"));
-}
-
-TEST(OdbcInitializeTest, WrongPasswordNamesTheServersRefusal)
-{
-    useFixtureConfiguration();
-    DataFolder folder;
-    OdbcClient client(folder.path(), "");
     // The fixture's server trusts loopback users; an unknown user is refused by the server.
-    EXPECT_EQ(client.initialize("KivPostgres,nobody_here,x"), result::kODBCUnavailable);
-    EXPECT_NE(client.errorInfo(result::kODBCUnavailable).text.find("nobody_here"), std::string::npos);
+    EXPECT_EQ(service.connect("KivPostgres", "nobody_here", "x"), result::kODBCUnavailable);
+    EXPECT_NE(service.errorText(result::kODBCUnavailable).find("nobody_here"), std::string::npos);
 }
 
 } // namespace

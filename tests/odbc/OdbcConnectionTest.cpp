@@ -7,11 +7,12 @@ namespace kiv::db::testing
 namespace
 {
 
-std::string backendPid(OdbcClient& client, uint32_t handle)
+// pg_backend_pid() through the service: a new record whose default is the session's pid.
+std::string backendPid(DatabaseService& request, const std::string& table)
 {
-    // pg_backend_pid() through the service: a one-row table whose default is the session's pid.
-    EXPECT_EQ(client.addRecord(handle, {}), 0u);
-    return client.getText(handle, "Pid").text;
+    Database& db = open(request, table);
+    EXPECT_EQ(addRecord(db, {}), 0u) << db.message();
+    return text(db, "Pid");
 }
 
 class OdbcConnectionTest : public ::testing::Test
@@ -27,69 +28,46 @@ protected:
                     "CREATE TABLE \"" + table +
                         "\" (\"KIVIDFIELD\" SERIAL PRIMARY KEY, \"Pid\" INTEGER DEFAULT pg_backend_pid())");
     }
+    std::string pidOfANewRequest()
+    {
+        return backendPid(*connectService(folder.path(), "KivPostgres"), table);
+    }
+
     DataFolder folder;
     std::string table;
 };
 
 TEST_F(OdbcConnectionTest, TheNextRequestReusesTheConnection)
 {
-    std::string first, second;
-    {
-        OdbcClient request(folder.path(), "KivPostgres");
-        uint32_t handle = 0;
-        ASSERT_EQ(request.open(table, 2, handle), 0u);
-        first = backendPid(request, handle);
-    }
-    {
-        OdbcClient request(folder.path(), "KivPostgres");
-        uint32_t handle = 0;
-        ASSERT_EQ(request.open(table, 2, handle), 0u);
-        second = backendPid(request, handle);
-    }
+    const std::string first = pidOfANewRequest();
     EXPECT_FALSE(first.empty());
-    EXPECT_EQ(first, second);
+    EXPECT_EQ(pidOfANewRequest(), first);
 }
 
 TEST_F(OdbcConnectionTest, ALostConnectionFailsOneRequestClearlyAndIsReplaced)
 {
     std::string before;
     {
-        OdbcClient request(folder.path(), "KivPostgres");
-        uint32_t handle = 0;
-        ASSERT_EQ(request.open(table, 2, handle), 0u);
-        before = backendPid(request, handle);
-
+        auto request = connectService(folder.path(), "KivPostgres");
+        Database& db = open(*request, table);
+        ASSERT_EQ(addRecord(db, {}), 0u);
+        before = text(db, "Pid");
         runDirectly("KivPostgres", "SELECT pg_terminate_backend(" + before + ")");
         uint32_t count = 0;
-        EXPECT_EQ(request.call(kKivDB_GetRecordCount, &handle, nullptr, nullptr, nullptr, nullptr, &count),
-                  result::kConnectionLost);
-        const auto text = request.errorInfo(handle).text;
-        EXPECT_NE(text.find("connection to the data source KivPostgres was lost"), std::string::npos) << text;
+        EXPECT_EQ(db.recordCount(count), result::kConnectionLost);
+        EXPECT_NE(db.message().find("connection to the data source KivPostgres was lost"), std::string::npos)
+            << db.message();
     }
-    OdbcClient next(folder.path(), "KivPostgres");
-    ASSERT_EQ(next.initializeCode(), 0u);
-    uint32_t handle = 0;
-    ASSERT_EQ(next.open(table, 2, handle), 0u) << next.errorInfo(result::kConnectionLost).text;
-    const std::string after = backendPid(next, handle);
+    const std::string after = pidOfANewRequest();
     EXPECT_FALSE(after.empty());
     EXPECT_NE(after, before);
 }
 
 TEST_F(OdbcConnectionTest, AnIdleConnectionThatDiedIsNotHandedOut)
 {
-    std::string before;
-    {
-        OdbcClient request(folder.path(), "KivPostgres");
-        uint32_t handle = 0;
-        ASSERT_EQ(request.open(table, 2, handle), 0u);
-        before = backendPid(request, handle);
-    }
+    const std::string before = pidOfANewRequest();
     runDirectly("KivPostgres", "SELECT pg_terminate_backend(" + before + ")");
-    OdbcClient next(folder.path(), "KivPostgres");
-    ASSERT_EQ(next.initializeCode(), 0u);
-    uint32_t handle = 0;
-    ASSERT_EQ(next.open(table, 2, handle), 0u);
-    EXPECT_NE(backendPid(next, handle), before);
+    EXPECT_NE(pidOfANewRequest(), before);
 }
 
 } // namespace

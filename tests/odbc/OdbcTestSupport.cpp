@@ -1,4 +1,4 @@
-// The fixture's data sources and the client that talks to them.
+// The fixture's data sources and the services that talk to them.
 #include "OdbcTestSupport.h"
 
 #include <cstdlib>
@@ -30,54 +30,12 @@ std::string tableFor(const std::string& dataSource, const std::string& suffix)
     return name;
 }
 
-OdbcClient::OdbcClient(const std::filesystem::path& dataFolder, const std::string& dataSource,
-                       const std::string& tag, bool scrollable)
-    : ServiceClient(SessionEnvironment{dataFolder, std::chrono::milliseconds(0), false, scrollable}, tag)
+std::unique_ptr<DatabaseService> connectService(const std::filesystem::path& dataFolder,
+                                                const std::string& dataSource)
 {
-    if (!dataSource.empty())
-        myInitializeCode = initialize(dataSource + ",kiv,");
-}
-
-uint32_t OdbcClient::initialize(const std::string& connection)
-{
-    std::string text = connection;
-    uint32_t size = uint32_t(text.size() + 1);
-    return call(kKivDB_Initialize, nullptr, text.data(), &size);
-}
-
-uint32_t OdbcClient::typeInfo(uint32_t selector, uint32_t codeOrIndex, std::string& name, uint32_t& typeWord)
-{
-    char buffer[32];
-    uint32_t room = sizeof buffer;
-    uint32_t slot = codeOrIndex;
-    uint32_t type = 0;
-    uint32_t code = call(selector, &slot, buffer, &room, nullptr, nullptr, &type);
-    std::vector<char> larger;
-    if (code == result::kBufferTooSmall)
-    {
-        larger.resize(room);
-        code = call(selector, &slot, larger.data(), &room, nullptr, nullptr, &type);
-    }
-    if (code == result::kSuccess)
-    {
-        name.assign(larger.empty() ? buffer : larger.data(), room);
-        typeWord = type;
-    }
-    return code;
-}
-
-uint32_t OdbcClient::typeByName(const std::string& name, uint32_t& typeWord)
-{
-    std::string text = name;
-    uint32_t size = uint32_t(text.size() + 1);
-    return call(kKivDB_GetODBCFieldTypeByName, nullptr, text.data(), &size, nullptr, nullptr, &typeWord);
-}
-
-uint32_t OdbcClient::word(uint32_t selector)
-{
-    uint32_t value = 0;
-    EXPECT_EQ(call(selector, nullptr, nullptr, nullptr, nullptr, nullptr, &value), 0u);
-    return value;
+    auto service = std::make_unique<DatabaseService>(environmentIn(dataFolder));
+    EXPECT_EQ(service->connect(dataSource, "kiv", ""), 0u) << service->lastFailure().line;
+    return service;
 }
 
 std::unique_ptr<odbc::Connection> connectDirectly(const std::string& dataSource)
@@ -96,8 +54,8 @@ void OdbcTest::SetUp()
 {
     useFixtureConfiguration();
     table = tableFor(source());
-    client = std::make_unique<OdbcClient>(folder.path(), source());
-    ASSERT_EQ(client->initializeCode(), 0u) << client->errorInfo(client->initializeCode()).text;
+    service = connectService(folder.path(), source());
+    ASSERT_TRUE(service->usesDataSource());
 }
 
 std::string driverName(const ::testing::TestParamInfo<std::string>& info)

@@ -1,9 +1,9 @@
 // Shared pieces of the ODBC suites: the data sources that odbc-fixture.sh set up (found
-// through ODBCSYSINI and ODBCINI, never the system's files), a client whose session serves
+// through ODBCSYSINI and ODBCINI, never the system's files), a database service connected to
 // one of them, and table names that no other test uses.
 #pragma once
 
-#include "ServiceClient.h"
+#include "ServiceTesting.h"
 #include "odbc/OdbcHandles.h"
 
 #include <gtest/gtest.h>
@@ -22,22 +22,9 @@ void useFixtureConfiguration(); // sets ODBCSYSINI and ODBCINI; fails the test w
 // A table name of this test and data source, dropped before the test starts.
 std::string tableFor(const std::string& dataSource, const std::string& suffix = "");
 
-class OdbcClient : public ServiceClient
-{
-public:
-    OdbcClient(const std::filesystem::path& dataFolder, const std::string& dataSource,
-               const std::string& tag = "kivModifyDatabase", bool scrollable = true);
-    uint32_t initialize(const std::string& connection);
-    uint32_t initializeCode() const { return myInitializeCode; }
-
-    // 'MOFT', 'MOFI' (by code or index in a3), 'MDFN', 'MOFC', 'MOSF', 'MOCF'.
-    uint32_t typeInfo(uint32_t selector, uint32_t codeOrIndex, std::string& name, uint32_t& typeWord);
-    uint32_t typeByName(const std::string& name, uint32_t& typeWord);
-    uint32_t word(uint32_t selector);
-
-private:
-    uint32_t myInitializeCode = 0;
-};
+// A service connected to the data source (an empty one: the embedded store).
+std::unique_ptr<DatabaseService> connectService(const std::filesystem::path& dataFolder,
+                                                const std::string& dataSource);
 
 // A direct connection for what a test does behind the service's back.
 std::unique_ptr<odbc::Connection> connectDirectly(const std::string& dataSource);
@@ -52,7 +39,7 @@ protected:
     bool isPostgres() const { return GetParam() == "KivPostgres"; }
 
     DataFolder folder;
-    std::unique_ptr<OdbcClient> client;
+    std::unique_ptr<DatabaseService> service;
     std::string table;
 };
 

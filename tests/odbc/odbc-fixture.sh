@@ -105,19 +105,30 @@ Driver=$driverFolder/libsqlite3odbc.so
 Description=PostgreSQL ODBC driver (ANSI)
 Driver=$driverFolder/psqlodbca.so
 INI
-cat >"$folder/odbc.ini" <<INI
-[KivSqlite]
-Driver=KivSQLite3
+sqliteSource="Driver=KivSQLite3
 Database=$folder/sqlite.db
-Timeout=10000
-
-[KivPostgres]
-Driver=KivPostgreSQL
+Timeout=10000"
+postgresSource="Driver=KivPostgreSQL
 Servername=127.0.0.1
 Port=$port
 Database=kivtest
 BoolsAsChar=0
-ConnSettings=SET client_encoding TO 'LATIN1'
+ConnSettings=SET client_encoding TO 'LATIN1'"
+# Each source twice: as it is, and opted out of case-insensitive text ("...Exact").
+cat >"$folder/odbc.ini" <<INI
+[KivSqlite]
+$sqliteSource
+
+[KivPostgres]
+$postgresSource
+
+[KivSqliteExact]
+$sqliteSource
+KivCaseSensitiveText=yes
+
+[KivPostgresExact]
+$postgresSource
+KivCaseSensitiveText=yes
 INI
 echo "$port" >"$folder/pg-port"
 echo "odbc fixture: PostgreSQL on 127.0.0.1:$port, data in $data"

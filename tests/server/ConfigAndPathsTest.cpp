@@ -46,6 +46,7 @@ admin = "$argon2id$v=19$m=65536,t=2,p=1$x$y"
 name = "other"
 root = "/srv/other"
 data = "/srv/other-data"
+exports_folder = "exports-of-other"
 refuse_markup = false
 )",
                                       "/etc/kiv");
@@ -74,6 +75,8 @@ refuse_markup = false
     ASSERT_EQ(www.users.size(), 1u);
     EXPECT_EQ(www.users[0].name, "admin");
     EXPECT_EQ(config.regions[1].dataFolder, fs::path("/srv/other-data"));
+    EXPECT_TRUE(www.exportsFolder.empty()) << "empty: exports in the data folder";
+    EXPECT_EQ(config.regions[1].exportsFolder, fs::path("/etc/kiv/exports-of-other"));
 }
 
 TEST(Config, RefusesWhatWouldBreakTheServer)

@@ -1,5 +1,6 @@
 // The host side of the server selectors, called the way a module calls them: every argument
 // shape, the 'MBtS' size protocol, and the services behind them.
+#include "ServiceCodes.h"
 #include "services/HostCallbacks.h"
 #include "services/ModuleHost.h"
 #include "services/RequestContext.h"
@@ -54,7 +55,7 @@ protected:
         context->inTag = true;
         module.name = "Test Module";
         module.path = "/opt/modules/libtest.so";
-        call = std::make_unique<ModuleCall>(ModuleCall{module, context.get(), {}, {}, {}});
+        call = std::make_unique<ModuleCall>(ModuleCall{module, context.get(), {}, {}});
     }
     void TearDown() override
     {
@@ -133,18 +134,19 @@ protected:
 TEST_F(HostCallbacks, OutShapeReportsTheNeededSizeThenWritesTheBytes)
 {
     char buffer[64] = {};
-    uint32_t capacity = 4;
+    uint32_t capacity = 17;
     EXPECT_EQ(callHost(kKivServer_GetTag, buffer, &capacity),
               static_cast<uint32_t>(kKivResult_BufferTooSmall));
-    EXPECT_EQ(capacity, 17u) << "the capacity word receives the size needed";
+    EXPECT_EQ(capacity, 18u) << "the text and its terminating zero";
     EXPECT_EQ(buffer[0], '\0') << "nothing is written when it does not fit";
-    capacity = 17;
     EXPECT_EQ(callHost(kKivServer_GetTag, buffer, &capacity), 0u);
-    EXPECT_EQ(capacity, 17u);
-    EXPECT_EQ(std::string(buffer, capacity), "kivSearchDatabase");
+    EXPECT_EQ(capacity, 17u) << "on success the capacity word receives the length";
+    EXPECT_EQ(std::string(buffer), "kivSearchDatabase");
     capacity = 64;
-    EXPECT_EQ(callHost(kKivServer_GetTag, buffer, &capacity), 0u);
-    EXPECT_EQ(capacity, 17u) << "on success the capacity word receives the bytes written";
+    EXPECT_EQ(callHost(kKivServer_GetTag, nullptr, &capacity),
+              static_cast<uint32_t>(kKivResult_BufferTooSmall))
+        << "a null buffer asks for the size";
+    EXPECT_EQ(capacity, 18u);
     EXPECT_EQ(callHost(kKivServer_GetTag, buffer, nullptr), static_cast<uint32_t>(kKivResult_UnknownError));
 }
 
@@ -159,9 +161,9 @@ TEST_F(HostCallbacks, TagParametersByNameIndexAndPosition)
     EXPECT_EQ(value, "4") << "index 1 is the second occurrence";
     index = 2;
     EXPECT_EQ(nameOut(kKivServer_GetTagParameter, "page", value, &index),
-              static_cast<uint32_t>(kHostResult_NotFound));
+              static_cast<uint32_t>(kKivResult_NotFound));
     EXPECT_EQ(nameOut(kKivServer_GetTagParameter, "missing", value, nullptr),
-              static_cast<uint32_t>(kHostResult_NotFound));
+              static_cast<uint32_t>(kKivResult_NotFound));
     EXPECT_EQ(scalar(kKivServer_GetTagParameterCount), 3u);
     EXPECT_EQ(out(kKivServer_GetTagBody), "<tr>&kivDBField(Name);</tr>");
 }
@@ -172,17 +174,17 @@ TEST_F(HostCallbacks, PairOutShapeSizesBothBuffersTogether)
     uint32_t nameCapacity = 2, valueCapacity = 2, index = 0;
     EXPECT_EQ(callHost(kKivServer_GetTagParameterByIndex, name, &nameCapacity, value, &valueCapacity, &index),
               static_cast<uint32_t>(kKivResult_BufferTooSmall));
-    EXPECT_EQ(nameCapacity, 12u);
-    EXPECT_EQ(valueCapacity, 6u);
+    EXPECT_EQ(nameCapacity, 13u);
+    EXPECT_EQ(valueCapacity, 7u);
     std::string nameBuffer(nameCapacity, '\0'), valueBuffer(valueCapacity, '\0');
     EXPECT_EQ(callHost(kKivServer_GetTagParameterByIndex, nameBuffer.data(), &nameCapacity,
                        valueBuffer.data(), &valueCapacity, &index),
               0u);
-    EXPECT_EQ(nameBuffer, "databaseName");
-    EXPECT_EQ(valueBuffer, "People");
+    EXPECT_EQ(nameBuffer.substr(0, nameCapacity), "databaseName");
+    EXPECT_EQ(valueBuffer.substr(0, valueCapacity), "People");
     index = 3;
     EXPECT_EQ(callHost(kKivServer_GetTagParameterByIndex, name, &nameCapacity, value, &valueCapacity, &index),
-              static_cast<uint32_t>(kHostResult_NotFound));
+              static_cast<uint32_t>(kKivResult_NotFound));
 }
 
 TEST_F(HostCallbacks, PathAndPostArgumentsKeepRepeatedNamesInOrder)
@@ -195,7 +197,7 @@ TEST_F(HostCallbacks, PathAndPostArgumentsKeepRepeatedNamesInOrder)
     EXPECT_EQ(nameOut(kKivServer_GetPostArgument, "name", value, &index), 0u);
     EXPECT_EQ(value, "Bob");
     EXPECT_EQ(nameOut(kKivServer_GetPostArgument, "NAME", value, nullptr),
-              static_cast<uint32_t>(kHostResult_NotFound))
+              static_cast<uint32_t>(kKivResult_NotFound))
         << "form field names are exact";
     EXPECT_EQ(scalar(kKivServer_GetPostArgumentCount), 2u);
     EXPECT_EQ(nameOut(kKivServer_GetCookie, "session", value, nullptr), 0u);
@@ -214,7 +216,7 @@ TEST_F(HostCallbacks, CgiVariablesDescribeTheRequestButNotItsCredentials)
     EXPECT_EQ(nameOut(kKivServer_GetCGIEnvironmentVariable, "HTTP_USER_AGENT", value, nullptr), 0u);
     EXPECT_EQ(value, "tests");
     EXPECT_EQ(nameOut(kKivServer_GetCGIEnvironmentVariable, "HTTP_AUTHORIZATION", value, nullptr),
-              static_cast<uint32_t>(kHostResult_NotFound));
+              static_cast<uint32_t>(kKivResult_NotFound));
 }
 
 TEST_F(HostCallbacks, PageVariablesAreSetReplacedAndListed)
@@ -222,7 +224,7 @@ TEST_F(HostCallbacks, PageVariablesAreSetReplacedAndListed)
     EXPECT_EQ(twoIn(kKivServer_SetPageVariable, "people_Page", "1"), 0u);
     EXPECT_EQ(twoIn(kKivServer_SetPageVariable, "people_Next", "2"), 0u);
     EXPECT_EQ(twoIn(kKivServer_SetPageVariable, "people_Page", "3"), 0u);
-    EXPECT_EQ(twoIn(kKivServer_SetPageVariable, "", "x"), static_cast<uint32_t>(kHostResult_InvalidValue));
+    EXPECT_EQ(twoIn(kKivServer_SetPageVariable, "", "x"), static_cast<uint32_t>(kKivResult_InvalidValue));
     std::string value;
     EXPECT_EQ(nameOut(kKivServer_GetPageVariable, "people_Page", value, nullptr), 0u);
     EXPECT_EQ(value, "3");
@@ -260,12 +262,12 @@ TEST_F(HostCallbacks, ResponseStatusHeadersAndRedirection)
     EXPECT_EQ(context->response.status, 404);
     char bad[16] = "abc";
     EXPECT_EQ(callHost(kKivServer_SetHTTPResponseStatus, bad, &statusSize, message.data(), &messageSize),
-              static_cast<uint32_t>(kHostResult_InvalidValue));
+              static_cast<uint32_t>(kKivResult_InvalidValue));
     EXPECT_EQ(twoIn(kKivServer_SetHTTPResponseHeader, "X-Count", "3"), 0u);
     EXPECT_EQ(twoIn(kKivServer_SetHTTPResponseHeader, "X-Evil", "a\r\nSet-Cookie: x=1"),
-              static_cast<uint32_t>(kHostResult_InvalidValue));
+              static_cast<uint32_t>(kKivResult_InvalidValue));
     EXPECT_EQ(twoIn(kKivServer_SetHTTPResponseHeader, "Content-Length", "0"),
-              static_cast<uint32_t>(kHostResult_NotAuthorized));
+              static_cast<uint32_t>(kKivResult_NotAuthorized));
     EXPECT_EQ(context->response.headers.size(), 1u);
     std::string location = "/done.html";
     uint32_t locationSize = static_cast<uint32_t>(location.size() + 1);
@@ -280,19 +282,19 @@ TEST_F(HostCallbacks, ResponseHeadersAndRedirectionsCannotCarryControlCharacters
                               "b",
                               "a\x7F"})
         EXPECT_EQ(twoIn(kKivServer_SetHTTPResponseHeader, "X-Evil", value),
-                  static_cast<uint32_t>(kHostResult_InvalidValue));
+                  static_cast<uint32_t>(kKivResult_InvalidValue));
     EXPECT_EQ(twoIn(kKivServer_SetHTTPResponseHeader, "X-Tab", "a\tb"), 0u);
     std::string location = "/done.html\r\nSet-Cookie: x=1";
     uint32_t locationSize = static_cast<uint32_t>(location.size() + 1);
     EXPECT_EQ(callHost(kKivServer_SetHTTPResponseURI, location.data(), &locationSize),
-              static_cast<uint32_t>(kHostResult_InvalidValue));
+              static_cast<uint32_t>(kKivResult_InvalidValue));
     EXPECT_TRUE(context->response.location.empty());
     char status[16] = "200";
     uint32_t statusSize = 16;
     std::string message = "OK\r\nSet-Cookie: x=1";
     uint32_t messageSize = static_cast<uint32_t>(message.size() + 1);
     EXPECT_EQ(callHost(kKivServer_SetHTTPResponseStatus, status, &statusSize, message.data(), &messageSize),
-              static_cast<uint32_t>(kHostResult_InvalidValue));
+              static_cast<uint32_t>(kKivResult_InvalidValue));
 }
 
 TEST_F(HostCallbacks, RegionAndUrlPaths)
@@ -310,25 +312,24 @@ TEST_F(HostCallbacks, RegionAndUrlPaths)
     EXPECT_EQ(inOut(kKivServer_MapURLToPhysicalPath, url), 0u);
     EXPECT_EQ(url, fs::weakly_canonical(folder / "site" / "people" / "other.html").string());
     url = "/../../etc/passwd";
-    EXPECT_EQ(inOut(kKivServer_MapURLToPhysicalPath, url), static_cast<uint32_t>(kHostResult_NotAuthorized));
+    EXPECT_EQ(inOut(kKivServer_MapURLToPhysicalPath, url), static_cast<uint32_t>(kKivResult_NotAuthorized));
 }
 
-TEST_F(HostCallbacks, FilePathsAreConfinedToTheDataFolder)
+TEST_F(HostCallbacks, ExportFilesAreConfinedToTheExportsFolderAndDataPathsToTheDataFolder)
 {
     fs::path data = fs::canonical(folder / "data");
-    std::string path = "exports/people.csv";
+    std::string path = "people.csv";
     EXPECT_EQ(inOut(kKivServer_VerifyRegionContainsFile, path), 0u);
     EXPECT_EQ(path, (data / "exports" / "people.csv").string()) << "rewritten to the physical path";
-    path = (data / "a" / ".." / "b.csv").string();
+    path = "a/../b.csv";
     EXPECT_EQ(inOut(kKivServer_VerifyRegionContainsFile, path), 0u);
-    EXPECT_EQ(path, (data / "b.csv").string());
-    for (std::string refused : {"../outside.csv", "/etc/passwd", "link/escaped.csv", "a/../../x.csv", "",
-                                "missing/../link/escaped.csv", "missing/../link"})
+    EXPECT_EQ(path, (data / "exports" / "b.csv").string());
+    for (std::string refused :
+         {"../outside.csv", "/etc/passwd", "../link/escaped.csv", "a/../../x.csv", "", "../People.kivdb",
+          "../kiv-preferences.txt", "../.kivlocks/people.lock", "Names.KIVDB"})
     {
         std::string attempt = refused;
-        EXPECT_EQ(inOut(kKivServer_VerifyRegionContainsFile, attempt),
-                  static_cast<uint32_t>(kHostResult_NotAuthorized))
-            << refused;
+        EXPECT_NE(inOut(kKivServer_VerifyRegionContainsFile, attempt), 0u) << refused;
     }
     std::string sub = "imports";
     EXPECT_EQ(inOut(kKivServer_GetRegionDataFolderPath, sub), 0u);
@@ -338,7 +339,7 @@ TEST_F(HostCallbacks, FilePathsAreConfinedToTheDataFolder)
     EXPECT_EQ(sub, data.string()) << "an empty sub-path names the data folder itself";
     sub = "missing/../link";
     EXPECT_EQ(inOut(kKivServer_GetRegionDataFolderPath, sub),
-              static_cast<uint32_t>(kHostResult_NotAuthorized));
+              static_cast<uint32_t>(kKivResult_NotAuthorized));
 }
 
 TEST_F(HostCallbacks, PreferencesPersistPerModule)
@@ -354,7 +355,7 @@ TEST_F(HostCallbacks, PreferencesPersistPerModule)
     uint32_t keySize = static_cast<uint32_t>(key.size() + 1);
     EXPECT_EQ(callHost(kKivServer_RemovePreference, key.data(), &keySize), 0u);
     EXPECT_EQ(nameOut(kKivServer_GetPreference, "kivSearchDatabase", value, nullptr),
-              static_cast<uint32_t>(kHostResult_NotFound));
+              static_cast<uint32_t>(kKivResult_NotFound));
 }
 
 TEST_F(HostCallbacks, LoginValidationUsesTheRegionAccounts)
@@ -367,7 +368,7 @@ TEST_F(HostCallbacks, LoginValidationUsesTheRegionAccounts)
 
 TEST_F(HostCallbacks, RegistrationRecordsTheModuleAndItsTags)
 {
-    ModuleCall registration{module, nullptr, {}, {}, {}};
+    ModuleCall registration{module, nullptr, {}, {}};
     auto send = [&](uint32_t selector, std::string text, uint32_t* a7 = nullptr)
     {
         uint32_t size = static_cast<uint32_t>(text.size() + 1);
@@ -386,12 +387,12 @@ TEST_F(HostCallbacks, RegistrationRecordsTheModuleAndItsTags)
     uint32_t value = 0;
     EXPECT_EQ(serverSupportFunction(&registration, kKivServer_GetPageID, nullptr, nullptr, nullptr, nullptr,
                                     &value),
-              static_cast<uint32_t>(kHostResult_NoRequest))
+              static_cast<uint32_t>(kiv::db::result::kNoRequest))
         << "request services need a request";
     EXPECT_EQ(callHost(KIV_FOURCC('M', 'X', 'y', 'z')), static_cast<uint32_t>(kKivResult_UnknownFunction));
 }
 
-TEST_F(HostCallbacks, AFailedDatabaseCallKeepsTheServiceReasonForTheLog)
+TEST_F(HostCallbacks, DatabaseCallsReachTheRequestsServiceWhichKeepsItsReason)
 {
     std::ofstream(folder / "data" / "People.kivdb", std::ios::binary)
         << std::string(8192, 'x') << "\nthis is text, not a database\n";
@@ -399,17 +400,21 @@ TEST_F(HostCallbacks, AFailedDatabaseCallKeepsTheServiceReasonForTheLog)
     char name[] = "People";
     uint32_t nameSize = sizeof name;
     uint32_t mode = 0;
-    uint32_t code = databaseSupportFunction(call.get(), kKivDB_OpenDatabase, &handle, name, &nameSize,
-                                            nullptr, nullptr, &mode);
-    EXPECT_NE(code, uint32_t(kKivResult_Success));
-    EXPECT_NE(call->databaseFailure.find("not a database"), std::string::npos) << call->databaseFailure;
-
-    call->databaseFailure.clear();
+    EXPECT_NE(databaseSupportFunction(call.get(), kKivDB_OpenDatabase, &handle, name, &nameSize, nullptr,
+                                      nullptr, &mode),
+              uint32_t(kKivResult_Success));
+    ASSERT_NE(context->databaseFailure(), nullptr);
+    EXPECT_NE(context->databaseFailure()->line.find("not a database"), std::string::npos);
+    context->clearDatabaseFailure();
     uint32_t count = 0;
     EXPECT_EQ(databaseSupportFunction(call.get(), kKivDB_GetDatabaseCount, nullptr, nullptr, nullptr, nullptr,
                                       nullptr, &count),
               uint32_t(kKivResult_Success));
-    EXPECT_EQ(call->databaseFailure, "") << "a call that succeeds leaves nothing to report";
+    EXPECT_EQ(context->databaseFailure(), nullptr) << "a call that succeeds leaves nothing to report";
+    ModuleCall outside{module, nullptr, {}, {}};
+    EXPECT_EQ(databaseSupportFunction(&outside, kKivDB_GetDatabaseCount, nullptr, nullptr, nullptr, nullptr,
+                                      nullptr, &count),
+              kiv::db::result::kNoRequest);
 }
 
 TEST_F(HostCallbacks, NormalizeStringRewritesTheBufferInPlace)

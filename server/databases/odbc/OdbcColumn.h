@@ -3,7 +3,7 @@
 #pragma once
 
 #include "FieldTypes.h"
-#include "OdbcHandles.h"
+#include "odbc/OdbcHandles.h"
 
 #include <optional>
 

@@ -1,7 +1,9 @@
 // The worker's connection pool.
-#include "OdbcConnectionPool.h"
+#include "odbc/OdbcConnectionPool.h"
 
 #include "FieldTypes.h"
+
+#include <odbcinst.h>
 
 #include <unistd.h>
 
@@ -118,7 +120,10 @@ PooledConnection::PooledConnection(std::string poolKey, const std::string& dataS
     traits.types = readTypeInfo(connection);
     traits.supportFlags = supportFlagsOf(connection);
     traits.cursorFlags = cursorFlagsOf(connection);
-    traits.staticCursor = (traits.cursorFlags & 1) && (traits.cursorFlags & 4);
+    char optOut[16] = {};
+    SQLGetPrivateProfileString(dataSource.c_str(), "KivCaseSensitiveText", "no", optOut, sizeof optOut,
+                               "odbc.ini");
+    traits.caseSensitiveText = parseTruth(optOut).value_or(false);
 }
 
 ConnectionLease::ConnectionLease(std::unique_ptr<PooledConnection> connection)

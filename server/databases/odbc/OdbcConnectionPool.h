@@ -5,8 +5,8 @@
 // next request connects anew.
 #pragma once
 
-#include "OdbcHandles.h"
-#include "OdbcTypes.h"
+#include "odbc/OdbcHandles.h"
+#include "odbc/OdbcTypes.h"
 
 #include <memory>
 #include <string>
@@ -31,7 +31,9 @@ struct SourceTraits
     std::vector<TypeInfo> types;
     uint32_t supportFlags = 0;
     uint32_t cursorFlags = 0;
-    bool staticCursor = false; // static cursors that can be positioned absolutely
+    // Text comparisons follow the driver's case-sensitivity of each column instead of ignoring
+    // case: the data source's "KivCaseSensitiveText = yes" in odbc.ini.
+    bool caseSensitiveText = false;
 };
 
 // The identifier in the driver's quote character, quotes inside it doubled; as it is when

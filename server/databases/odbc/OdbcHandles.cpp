@@ -1,5 +1,5 @@
 // ODBC handle ownership and diagnostics.
-#include "OdbcHandles.h"
+#include "odbc/OdbcHandles.h"
 
 #include <algorithm>
 #include <memory>
@@ -201,12 +201,6 @@ void Statement::check(SQLRETURN rc, const char* what) const
         raise(SQL_HANDLE_STMT, myHandle, what);
 }
 
-bool Statement::requestStaticCursor()
-{
-    return SQL_SUCCEEDED(
-        SQLSetStmtAttr(myHandle, SQL_ATTR_CURSOR_TYPE, reinterpret_cast<SQLPOINTER>(SQL_CURSOR_STATIC), 0));
-}
-
 void Statement::execute(const std::string& sql, std::vector<Parameter> parameters)
 {
     SQLFreeStmt(myHandle, SQL_CLOSE);
@@ -277,15 +271,6 @@ bool Statement::fetch()
     if (rc == SQL_NO_DATA)
         return false;
     check(rc, "Fetching a row");
-    return true;
-}
-
-bool Statement::fetchAbsolute(SQLLEN row)
-{
-    const SQLRETURN rc = SQLFetchScroll(myHandle, SQL_FETCH_ABSOLUTE, row);
-    if (rc == SQL_NO_DATA)
-        return false;
-    check(rc, "Positioning the cursor");
     return true;
 }
 

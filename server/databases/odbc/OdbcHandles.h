@@ -107,8 +107,6 @@ public:
     Statement& operator=(const Statement&) = delete;
 
     SQLHSTMT get() const { return myHandle; }
-    // A static cursor that SQLFetchScroll can position anywhere; call before executing.
-    bool requestStaticCursor();
 
     // Binds the parameters (kept alive by the statement until the next execute) and runs the
     // query. Throws OdbcError.
@@ -118,7 +116,6 @@ public:
     SQLLEN rowCount();
 
     bool fetch();
-    bool fetchAbsolute(SQLLEN row); // 1-based
     // The column as text; nullopt for NULL. Long values are read in pieces.
     std::optional<std::string> text(SQLUSMALLINT column);
     std::optional<int64_t> integer(SQLUSMALLINT column);

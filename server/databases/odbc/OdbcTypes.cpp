@@ -1,5 +1,7 @@
 // SQL type codes, value classes and the driver's capabilities.
-#include "OdbcTypes.h"
+#include "odbc/OdbcTypes.h"
+
+#include "KivModuleInterface.h"
 
 #include <algorithm>
 
@@ -74,8 +76,9 @@ std::optional<TypeInfo> readTypeRow(Statement& rows)
     uint32_t length = 0;
     if (!info.createParams.empty() && size && *size > 0)
         length = uint32_t(std::min<int64_t>(*size, 0xFFFF));
-    info.typeWord = (uint32_t(typeByte) << 16) | length | (caseSensitive ? kCaseSensitiveBit : 0) |
-                    (info.autoUnique ? kAutoUniqueBit : 0);
+    info.typeWord = (uint32_t(typeByte) << 16) | length |
+                    (caseSensitive ? uint32_t(kKivFieldFlag_CaseSensitive) : 0) |
+                    (info.autoUnique ? uint32_t(kKivFieldFlag_AutoUnique) : 0);
     return info;
 }
 } // namespace
@@ -119,6 +122,63 @@ SQLSMALLINT sqlTypeForNative(FieldType type)
         return SQL_LONGVARCHAR;
     }
     return SQL_VARCHAR;
+}
+
+std::string_view standardTypeName(SQLSMALLINT sqlType)
+{
+    switch (verboseDateType(sqlType))
+    {
+    case SQL_CHAR:
+        return "CHAR";
+    case SQL_VARCHAR:
+        return "VARCHAR";
+    case SQL_LONGVARCHAR:
+        return "LONGVARCHAR";
+    case SQL_NUMERIC:
+        return "NUMERIC";
+    case SQL_DECIMAL:
+        return "DECIMAL";
+    case SQL_INTEGER:
+        return "INTEGER";
+    case SQL_SMALLINT:
+        return "SMALLINT";
+    case SQL_TINYINT:
+        return "TINYINT";
+    case SQL_BIGINT:
+        return "BIGINT";
+    case SQL_FLOAT:
+        return "FLOAT";
+    case SQL_REAL:
+        return "REAL";
+    case SQL_DOUBLE:
+        return "DOUBLE";
+    case SQL_BIT:
+        return "BIT";
+    case SQL_DATE:
+        return "DATE";
+    case SQL_TIME:
+        return "TIME";
+    case SQL_TIMESTAMP:
+        return "TIMESTAMP";
+    default:
+        return {};
+    }
+}
+
+std::optional<std::string> standardTypeDefinition(SQLSMALLINT sqlType, uint32_t length)
+{
+    switch (sqlType)
+    {
+    case SQL_NUMERIC:
+    case SQL_DECIMAL:
+        return std::string("NUMERIC");
+    case SQL_VARCHAR:
+        return "VARCHAR(" + std::to_string(length ? length : 255) + ")";
+    case SQL_BIT:
+        return std::string("BOOLEAN");
+    default:
+        return std::nullopt;
+    }
 }
 
 std::optional<SQLSMALLINT> sqlTypeByEditorName(std::string_view name)

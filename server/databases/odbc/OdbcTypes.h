@@ -5,7 +5,7 @@
 #pragma once
 
 #include "FieldTypes.h"
-#include "OdbcHandles.h"
+#include "odbc/OdbcHandles.h"
 
 #include <cstdint>
 #include <optional>
@@ -16,11 +16,6 @@
 namespace kiv::db::odbc
 {
 
-constexpr uint32_t kAutoUniqueBit = 0x01000000;
-constexpr uint32_t kIndexedBit = 0x02000000;
-constexpr uint32_t kUniqueBit = 0x04000000;
-constexpr uint32_t kCaseSensitiveBit = 0x08000000;
-
 // The type byte for an SQL type, 0 when it has none.
 uint8_t typeByteOf(SQLSMALLINT sqlType);
 // The SQL type a type byte carries; nullopt for the native codes 1-7 and unknown bytes.
@@ -29,6 +24,12 @@ std::optional<SQLSMALLINT> sqlTypeOf(uint8_t typeByte);
 SQLSMALLINT sqlTypeForNative(FieldType type);
 // The names the editor offers for SQL types: "sqlchar" ... "sqlwlongvarchar".
 std::optional<SQLSMALLINT> sqlTypeByEditorName(std::string_view name);
+
+// The standard SQL name of a type ("NUMERIC", "DECIMAL", ...), for types the driver does not
+// list; empty for types without one.
+std::string_view standardTypeName(SQLSMALLINT sqlType);
+// A column definition in standard SQL for drivers that list no type of that kind.
+std::optional<std::string> standardTypeDefinition(SQLSMALLINT sqlType, uint32_t length);
 
 // The native type whose conversions a column of that SQL type uses; nullopt when values of
 // the type cannot be set (dates, times, binary data).

@@ -1,0 +1,736 @@
+// The record buffer, searches and moves of one open database, for every store.
+#include "Database.h"
+
+#include "NameRules.h"
+#include "ServiceCodes.h"
+#include "files/CsvFormat.h"
+#include "files/FilePolicy.h"
+#include "files/RecordFiles.h"
+#include "search/SearchLanguage.h"
+
+#include <algorithm>
+#include <fstream>
+
+namespace kiv::db
+{
+
+namespace
+{
+std::string_view stripParentheses(std::string_view name)
+{
+    if (name.size() >= 2 && name.front() == '(' && name.back() == ')')
+        return name.substr(1, name.size() - 2);
+    return name;
+}
+
+std::string whyNotConvertible(const FieldDefinition& conversion)
+{
+    switch (conversion.type())
+    {
+    case FieldType::Boolean:
+        return "is not true or false.";
+    case FieldType::Integer:
+        return "is not a whole number from -2147483648 to 2147483647.";
+    case FieldType::UInteger:
+        return "is not a whole number from 0 to 4294967295.";
+    default:
+        return "is not a number.";
+    }
+}
+} // namespace
+
+Database::Database(std::unique_ptr<Table> table, const FilePolicy& files, DatabaseEvents events)
+    : myTable(std::move(table)), myFiles(files), myEvents(std::move(events))
+{
+}
+
+Database::~Database() = default;
+
+uint32_t Database::fail(uint32_t code, std::string message, std::string line)
+{
+    myMessage = std::move(message);
+    if (myEvents.failure)
+        myEvents.failure(code, line.empty() ? myMessage : line);
+    return code;
+}
+
+uint32_t Database::fieldNotFound(std::string_view name)
+{
+    // The message is the bare name: the module quotes it in its own sentences.
+    return fail(kKivResult_NotFound, std::string(name),
+                "no field " + quoteValue(name) + " in " + quoteValue(this->name()));
+}
+
+template <typename Operation> uint32_t Database::guarded(Operation&& operation)
+{
+    try
+    {
+        return operation();
+    }
+    catch (const StoreError& error)
+    {
+        return fail(error.code(), error.what());
+    }
+    catch (const std::exception& error)
+    {
+        std::string message;
+        const uint32_t code = myTable->failureOf(error, message);
+        return fail(code, message);
+    }
+}
+
+std::optional<size_t> Database::fieldIndex(std::string_view name) const
+{
+    if (const auto index = myTable->fieldIndex(name))
+        return index;
+    const auto stripped = stripParentheses(name);
+    return stripped.size() == name.size() ? std::nullopt : myTable->fieldIndex(stripped);
+}
+
+const FieldDefinition* Database::fieldAt(size_t index) const
+{
+    return index < fields().size() ? &fields()[index] : nullptr;
+}
+
+const FieldDefinition* Database::findField(std::string_view name) const
+{
+    const auto index = fieldIndex(name);
+    return index ? &fields()[*index] : nullptr;
+}
+
+uint32_t Database::fieldInfo(std::string_view name, uint32_t& typeWord)
+{
+    const FieldDefinition* field = findField(name);
+    if (!field)
+        return fieldNotFound(name);
+    typeWord = field->typeWord;
+    return kKivResult_Success;
+}
+
+void Database::afterSchemaChange()
+{
+    myRecord = Record();
+    clearSearch();
+}
+
+uint32_t Database::addField(const std::string& name, uint32_t typeWord)
+{
+    if (auto why = checkFieldName(name); !why.empty())
+        return fail(result::kInvalidName, why);
+    if (findField(name))
+        return fail(kKivResult_NotUnique, "The database already has a field named " + name + ".",
+                    "the field " + quoteValue(name) + " already exists in " + quoteValue(this->name()));
+    if (auto why = myTable->takeSchemaLock(); !why.empty())
+        return fail(result::kLocked, why);
+    const uint32_t code = guarded(
+        [&]() -> uint32_t
+        {
+            myTable->addField(name, typeWord);
+            return kKivResult_Success;
+        });
+    afterSchemaChange();
+    if (code != kKivResult_Success)
+        return code;
+    // The module reads the handle's message after adding a field and publishes it as the name.
+    myMessage = name;
+    return kKivResult_Success;
+}
+
+uint32_t Database::deleteField(const std::string& name)
+{
+    const auto index = fieldIndex(name);
+    if (!index)
+        return fieldNotFound(name);
+    const std::string& stored = fields()[*index].name;
+    if (index == myTable->uniqueIDIndex() || compareFolded(stored, KIV_DEFAULT_UNIQUE_ID_FIELD) == 0)
+        return fail(result::kProtectedField, "The unique ID field " + stored + " cannot be deleted.");
+    if (auto why = myTable->takeSchemaLock(); !why.empty())
+        return fail(result::kLocked, why);
+    const uint32_t code = guarded(
+        [&]() -> uint32_t
+        {
+            myTable->deleteField(*index);
+            return kKivResult_Success;
+        });
+    afterSchemaChange();
+    if (code == kKivResult_Success)
+        myMessage.clear();
+    return code;
+}
+
+std::vector<FieldValue> Database::defaultValues() const
+{
+    std::vector<FieldValue> values;
+    values.reserve(fields().size());
+    for (size_t i = 0; i < fields().size(); ++i)
+    {
+        const FieldDefinition* conversion = myTable->conversionOf(i);
+        switch (conversion ? conversion->type() : FieldType::Text)
+        {
+        case FieldType::Float:
+            values.emplace_back(0.0);
+            break;
+        case FieldType::Number:
+            values.emplace_back(std::monostate());
+            break;
+        case FieldType::Text:
+        case FieldType::LongText:
+            values.emplace_back(std::string());
+            break;
+        default:
+            values.emplace_back(int64_t(0));
+        }
+    }
+    return values;
+}
+
+uint32_t Database::convert(size_t index, const InputValue& value, FieldValue& stored, std::string& why) const
+{
+    const FieldDefinition* conversion = myTable->conversionOf(index);
+    if (!conversion)
+    {
+        why = "cannot be set: the service does not write values of this column's type.";
+        return result::kTypeMismatch;
+    }
+    switch (convertForField(*conversion, value, stored))
+    {
+    case ConversionError::None:
+        return kKivResult_Success;
+    case ConversionError::TooLong:
+        // Kept whole: a page that said "added" must not have lost the end of the text.
+        if (myEvents.warning)
+            myEvents.warning("database " + name() + ": a text of " +
+                             std::to_string(std::get<std::string>(stored).size()) +
+                             " bytes was stored whole in " + fields()[index].name + ", whose length is " +
+                             std::to_string(conversion->length()));
+        return kKivResult_Success;
+    case ConversionError::TypeMismatch:
+        break;
+    }
+    why = whyNotConvertible(*conversion);
+    return result::kTypeMismatch;
+}
+
+bool Database::loadRow(const RowKey& key)
+{
+    if (!myTable->readRow(key, myRecord.values))
+        return false;
+    myRecord.valid = true;
+    myRecord.isNew = false;
+    myRecord.key = key;
+    myRecord.changed.assign(fields().size(), false);
+    return true;
+}
+
+uint32_t Database::createRecord()
+{
+    myRecord.valid = true;
+    myRecord.isNew = true;
+    myRecord.key = RowKey();
+    myRecord.values = defaultValues();
+    myRecord.changed.assign(fields().size(), false);
+    return kKivResult_Success;
+}
+
+uint32_t Database::setValue(std::string_view fieldName, const InputValue& value)
+{
+    const auto index = fieldIndex(fieldName);
+    if (!index)
+        return fieldNotFound(fieldName);
+    if (!myRecord.valid)
+        return fail(result::kNoCurrentRecord,
+                    "There is no record to set a value in: create a record or move to one.");
+    if (fields()[*index].autoUnique())
+        return kKivResult_Success; // the store assigns these; a posted copy of the old value is ignored
+    FieldValue stored;
+    std::string why;
+    if (const uint32_t code = convert(*index, value, stored, why); code != kKivResult_Success)
+        return fail(code, "The value for the field " + fields()[*index].name + " " + why);
+    myRecord.values[*index] = std::move(stored);
+    myRecord.changed[*index] = true;
+    return kKivResult_Success;
+}
+
+uint32_t Database::getValue(std::string_view fieldName, const FieldDefinition*& field,
+                            const FieldValue*& value)
+{
+    const auto index = fieldIndex(fieldName);
+    if (!index)
+        return fieldNotFound(fieldName);
+    if (!myRecord.valid)
+        return fail(result::kNoCurrentRecord,
+                    "There is no current record: search and move to a record first.");
+    field = &fields()[*index];
+    value = &myRecord.values[*index];
+    return kKivResult_Success;
+}
+
+uint32_t Database::addRecord()
+{
+    if (!myRecord.valid || !myRecord.isNew)
+        return fail(result::kNoCurrentRecord, "Create a record before adding it.");
+    return guarded(
+        [&]() -> uint32_t
+        {
+            myResults.complete();
+            auto transaction = myTable->begin();
+            const RowKey key = myTable->insertRow(myRecord.values, myRecord.changed);
+            transaction->commit();
+            // The stored record becomes the current one, with the values the store gave it.
+            if (!loadRow(key))
+            {
+                myRecord.isNew = false;
+                myRecord.key = key;
+                myRecord.changed.assign(fields().size(), false);
+            }
+            return kKivResult_Success;
+        });
+}
+
+uint32_t Database::updateRecord()
+{
+    if (!myRecord.valid || myRecord.isNew)
+        return fail(result::kNoCurrentRecord, "Move to a record before updating it.");
+    // Only the fields set since the record was read are written, so two requests that change
+    // different fields of one record do not undo each other.
+    std::vector<size_t> changed;
+    for (size_t i = 0; i < myRecord.changed.size(); ++i)
+        if (myRecord.changed[i])
+            changed.push_back(i);
+    return guarded(
+        [&]() -> uint32_t
+        {
+            myResults.complete();
+            std::vector<FieldValue> current;
+            const bool found = changed.empty() ? myTable->readRow(myRecord.key, current)
+                                               : myTable->updateRow(myRecord.key, changed, myRecord.values);
+            if (!found)
+                return fail(result::kRecordNotFound, "The record no longer exists.");
+            myRecord.changed.assign(fields().size(), false);
+            return kKivResult_Success;
+        });
+}
+
+uint32_t Database::keyOf(const InputValue& uniqueID, FieldValue& key)
+{
+    const auto id = myTable->uniqueIDIndex();
+    if (!id)
+        return fieldNotFound(KIV_DEFAULT_UNIQUE_ID_FIELD);
+    const FieldDefinition* conversion = myTable->conversionOf(*id);
+    if (!conversion || convertForField(*conversion, uniqueID, key) != ConversionError::None ||
+        std::holds_alternative<std::monostate>(key))
+        return fail(result::kRecordNotFound, "No record has that unique ID.");
+    return kKivResult_Success;
+}
+
+uint32_t Database::withRowsOf(const InputValue& uniqueID,
+                              const std::function<uint32_t(const std::vector<RowKey>& rows)>& action)
+{
+    FieldValue id;
+    if (const uint32_t code = keyOf(uniqueID, id); code != kKivResult_Success)
+        return code;
+    return guarded(
+        [&]() -> uint32_t
+        {
+            const auto rows = myTable->rowsWithUniqueID(id);
+            if (rows.empty())
+                return fail(result::kRecordNotFound,
+                            "No record has the unique ID " +
+                                quoteValue(valueAsText(fields()[*myTable->uniqueIDIndex()], id)) + ".");
+            return action(rows);
+        });
+}
+
+uint32_t Database::deleteRecord(const InputValue& uniqueID)
+{
+    return withRowsOf(uniqueID,
+                      [&](const std::vector<RowKey>& rows)
+                      {
+                          myResults.complete();
+                          auto transaction = myTable->begin();
+                          myTable->deleteRows(rows);
+                          transaction->commit();
+                          return uint32_t(kKivResult_Success);
+                      });
+}
+
+uint32_t Database::deleteAllRecords()
+{
+    return guarded(
+        [&]() -> uint32_t
+        {
+            myTable->deleteAllRows();
+            clearSearch();
+            myRecord = Record();
+            return kKivResult_Success;
+        });
+}
+
+uint32_t Database::recordCount(uint32_t& count)
+{
+    return guarded(
+        [&]() -> uint32_t
+        {
+            count = uint32_t(std::min<size_t>(myTable->rowCount(), UINT32_MAX));
+            return kKivResult_Success;
+        });
+}
+
+void Database::clearSearch()
+{
+    myResults.clear();
+    mySearchActive = false;
+}
+
+uint32_t Database::executeSearch(std::string_view text)
+{
+    auto parsed = search::parseSearch(text);
+    if (auto* error = std::get_if<search::SyntaxError>(&parsed))
+        return fail(kKivResult_ImproperFormat, error->message, "search: " + error->message);
+    const auto& query = std::get<search::Query>(parsed);
+    SqlSearch sql;
+    std::string message;
+    const auto lookup = [this](std::string_view name) { return fieldIndex(name); };
+    if (const uint32_t code = translateSearch(query, lookup, myTable->dialect(), sql, message);
+        code != kKivResult_Success)
+    {
+        if (code == kKivResult_NotFound)
+            return fieldNotFound(message);
+        if (code == kKivResult_NotIndexed)
+            return fail(code, message,
+                        "search: the long text field " + quoteValue(message) + " cannot be ordered");
+        return fail(code, message, "search: " + message);
+    }
+    return guarded(
+        [&]() -> uint32_t
+        {
+            myTable->prepareSearch(query);
+            myResults.start(myTable->query(sql));
+            mySearchActive = true;
+            return kKivResult_Success;
+        });
+}
+
+void Database::ensureResults()
+{
+    // Without a search, every record as it is now.
+    if (!mySearchActive || !myResults.hasResults())
+        myResults.start(myTable->query(SqlSearch()));
+}
+
+uint32_t Database::resultCount(uint32_t& count)
+{
+    if (!mySearchActive)
+        return recordCount(count);
+    count = uint32_t(std::min<size_t>(myResults.count(), UINT32_MAX));
+    return kKivResult_Success;
+}
+
+uint32_t Database::moveFirst()
+{
+    return guarded(
+        [&]()
+        {
+            ensureResults();
+            return myResults.moveFirst([this](const RowKey& key) { return loadRow(key); });
+        });
+}
+
+uint32_t Database::moveLast()
+{
+    return guarded(
+        [&]()
+        {
+            ensureResults();
+            return myResults.moveLast([this](const RowKey& key) { return loadRow(key); });
+        });
+}
+
+uint32_t Database::moveNext()
+{
+    if (!myResults.positioned())
+        return moveFirst();
+    return guarded([&]() { return myResults.moveNext([this](const RowKey& key) { return loadRow(key); }); });
+}
+
+uint32_t Database::movePrevious()
+{
+    if (!myResults.positioned())
+        return moveLast();
+    return guarded([&]()
+                   { return myResults.movePrevious([this](const RowKey& key) { return loadRow(key); }); });
+}
+
+uint32_t Database::jump(uint32_t offset)
+{
+    return guarded(
+        [&]()
+        {
+            ensureResults();
+            return myResults.jump(offset, [this](const RowKey& key) { return loadRow(key); });
+        });
+}
+
+uint32_t Database::moveTo(const InputValue& uniqueID)
+{
+    return withRowsOf(
+        uniqueID,
+        [&](const std::vector<RowKey>& rows)
+        {
+            ensureResults();
+            if (myResults.moveToKey(rows.front(), [this](const RowKey& key) { return loadRow(key); }))
+                return uint32_t(kKivResult_Success);
+            return fail(result::kRecordNotFound,
+                        "The record is not among the results of the current search.");
+        });
+}
+
+uint32_t Database::exportRecords(std::string_view file, std::string_view fieldList, uint32_t& count)
+{
+    std::filesystem::path target;
+    std::string why;
+    if (const uint32_t code = myFiles.resolve(file, target, why); code != kKivResult_Success)
+        return fail(code, why, "export: " + why);
+    std::vector<size_t> columns;
+    const auto lookup = [this](std::string_view name) { return fieldIndex(name); };
+    if (const auto unknown = resolveFieldList(fieldList, fields().size(), lookup, columns))
+        return fieldNotFound(*unknown);
+    uint32_t written = 0;
+    std::string fileError;
+    const uint32_t code = writeFileInPlace(
+        target, myFiles.shownName(target),
+        [&](std::ostream& out) -> uint32_t
+        {
+            std::vector<std::string> row;
+            for (const size_t column : columns)
+                row.push_back(fields()[column].name);
+            writeCsvRow(out, row);
+            return guarded(
+                [&]() -> uint32_t
+                {
+                    ensureResults();
+                    std::vector<FieldValue> values;
+                    for (const RowKey& key : myResults.keys())
+                    {
+                        if (!myTable->readRow(key, values))
+                            continue;
+                        row.clear();
+                        for (const size_t column : columns)
+                            row.push_back(valueAsText(fields()[column], values[column]));
+                        writeCsvRow(out, row);
+                        ++written;
+                    }
+                    return kKivResult_Success;
+                });
+        },
+        fileError);
+    if (code != kKivResult_Success)
+        return code == result::kFileError && !fileError.empty() ? fail(code, fileError) : code;
+    count = written;
+    myMessage.clear();
+    // 'MEOF': every record up to the end of the results was written; the editor counts only
+    // this answer as a finished export.
+    return kKivResult_EndOfFile;
+}
+
+uint32_t Database::importRecords(std::string_view file, uint32_t& count)
+{
+    std::filesystem::path source;
+    std::string why;
+    if (const uint32_t code = myFiles.resolve(file, source, why); code != kKivResult_Success)
+        return fail(code, why, "import: " + why);
+    std::ifstream in(source, std::ios::binary);
+    if (!in)
+        return fail(result::kFileError,
+                    "The import file " + quoteValue(myFiles.shownName(source)) + " cannot be opened.");
+    CsvReader reader(in);
+    std::vector<std::string> header;
+    if (!reader.readRow(header))
+        return fail(result::kImportFailed,
+                    reader.error().empty()
+                        ? "The import file is empty: it needs a header row naming the fields."
+                        : reader.error());
+    std::vector<size_t> columns;
+    const auto resolveHeader = [&]()
+    {
+        return resolveImportHeader(
+            header, [this](std::string_view name) { return fieldIndex(name); },
+            [this](size_t index) { return fields()[index].name; }, name(), columns, why);
+    };
+    uint32_t imported = 0;
+    if (resolveHeader() == kKivResult_Success)
+    {
+        if (const uint32_t code = importRows(reader, columns, imported); code != kKivResult_Success)
+            return code;
+    }
+    else
+    {
+        if (!mayCreateImportFields())
+            return fail(result::kImportFailed, why);
+        // A database that has no fields yet takes its fields from the file.
+        std::vector<std::string> created;
+        if (const uint32_t code = createImportFields(source, header, created); code != kKivResult_Success)
+            return code;
+        uint32_t code = resolveHeader() == kKivResult_Success ? uint32_t(kKivResult_Success)
+                                                              : fail(result::kImportFailed, why);
+        if (code == kKivResult_Success)
+        {
+            std::ifstream again(source, std::ios::binary);
+            CsvReader rows(again);
+            std::vector<std::string> skipped;
+            if (!again || !rows.readRow(skipped))
+                code = fail(result::kFileError, "The import file " + quoteValue(myFiles.shownName(source)) +
+                                                    " cannot be read again.");
+            else
+                code = importRows(rows, columns, imported);
+        }
+        if (code != kKivResult_Success)
+        {
+            // The import brings nothing in, fields included.
+            const std::string reason = myMessage;
+            removeFields(created);
+            myMessage = reason;
+            return code;
+        }
+    }
+    clearSearch();
+    count = imported;
+    myMessage.clear();
+    return kKivResult_Success;
+}
+
+bool Database::mayCreateImportFields() const
+{
+    // Only a database without fields of its own, such as the one the editor just made.
+    const auto id = myTable->uniqueIDIndex();
+    for (size_t i = 0; i < fields().size(); ++i)
+        if (std::optional<size_t>(i) != id &&
+            compareFolded(fields()[i].name, KIV_DEFAULT_UNIQUE_ID_FIELD) != 0)
+            return false;
+    return true;
+}
+
+uint32_t Database::createImportFields(const std::filesystem::path& source,
+                                      const std::vector<std::string>& header,
+                                      std::vector<std::string>& created)
+{
+    // The columns that name no field, checked before anything is created.
+    struct NewField
+    {
+        size_t column;
+        std::string name;
+        bool allIntegers = true;
+        bool anyValue = false;
+    };
+    std::vector<NewField> newFields;
+    for (size_t i = 0; i < header.size(); ++i)
+    {
+        const std::string name(trimBlanks(header[i]));
+        if (fieldIndex(name))
+            continue;
+        if (auto why = checkFieldName(name); !why.empty())
+            return fail(result::kImportFailed,
+                        "Row 1: the column " + quoteValue(header[i]) + " cannot become a field: " + why);
+        for (const auto& other : newFields)
+            if (compareFolded(other.name, name) == 0)
+                return fail(result::kImportFailed, "Row 1: the field " + name + " is named twice.");
+        newFields.push_back({i, name});
+    }
+    // A column becomes an Integer field when every value it has is a whole number that fits
+    // one, and a LongText field otherwise, so no value of the file can fail to convert.
+    std::ifstream in(source, std::ios::binary);
+    CsvReader reader(in);
+    std::vector<std::string> cells;
+    reader.readRow(cells); // the header
+    FieldDefinition integer;
+    integer.typeWord = uint32_t(FieldType::Integer) << 16;
+    FieldValue converted;
+    while (reader.readRow(cells))
+    {
+        if (cells.size() != header.size())
+            continue; // the import itself names the row
+        for (auto& field : newFields)
+        {
+            const std::string_view value = cells[field.column];
+            if (trimBlanks(value).empty())
+                continue;
+            field.anyValue = true;
+            field.allIntegers = field.allIntegers && convertForField(integer, InputValue(value), converted) ==
+                                                         ConversionError::None;
+        }
+    }
+    if (!reader.error().empty())
+        return fail(result::kImportFailed, reader.error());
+    for (const auto& field : newFields)
+    {
+        const FieldType type = field.anyValue && field.allIntegers ? FieldType::Integer : FieldType::LongText;
+        if (const uint32_t code = addField(field.name, uint32_t(type) << 16); code != kKivResult_Success)
+        {
+            const std::string reason = myMessage;
+            removeFields(created);
+            return fail(result::kImportFailed,
+                        "Row 1: the field " + field.name + " cannot be created: " + reason);
+        }
+        created.push_back(field.name);
+    }
+    return kKivResult_Success;
+}
+
+void Database::removeFields(const std::vector<std::string>& names)
+{
+    for (const auto& name : names)
+        deleteField(name);
+}
+
+uint32_t Database::importRows(CsvReader& reader, const std::vector<size_t>& columns, uint32_t& count)
+{
+    std::string where;
+    const uint32_t code = guarded(
+        [&]() -> uint32_t
+        {
+            myResults.complete();
+            // One transaction: a bad row imports nothing.
+            auto transaction = myTable->begin();
+            bool explicitIDs = false;
+            std::vector<std::string> cells;
+            while (reader.readRow(cells))
+            {
+                where = "Row " + std::to_string(reader.rowNumber()) + " (line " +
+                        std::to_string(reader.rowStartLine()) + ")";
+                if (cells.size() == 1 && cells[0].empty() && columns.size() > 1)
+                    continue; // a blank line
+                if (cells.size() != columns.size())
+                    return fail(result::kImportFailed, where + ": " + std::to_string(cells.size()) +
+                                                           " values, but the header names " +
+                                                           std::to_string(columns.size()) + " fields.");
+                std::vector<FieldValue> values = defaultValues();
+                std::vector<bool> given(fields().size(), false);
+                for (size_t i = 0; i < columns.size(); ++i)
+                {
+                    const FieldDefinition& field = fields()[columns[i]];
+                    if (field.autoUnique() && trimBlanks(cells[i]).empty())
+                        continue; // assigned like any added record
+                    std::string why;
+                    if (convert(columns[i], std::string_view(cells[i]), values[columns[i]], why) !=
+                        kKivResult_Success)
+                        return fail(result::kImportFailed, where + ", field " + field.name + ": " +
+                                                               quoteValue(cells[i]) + " " + why);
+                    given[columns[i]] = true;
+                    explicitIDs = explicitIDs || field.autoUnique();
+                }
+                myTable->insertRow(values, given);
+                ++count;
+            }
+            if (!reader.error().empty())
+                return fail(result::kImportFailed, reader.error());
+            if (explicitIDs)
+                myTable->afterImportedIDs();
+            transaction->commit();
+            return kKivResult_Success;
+        });
+    if (code == kKivResult_Success || code == result::kImportFailed || code == result::kConnectionLost)
+        return code;
+    return fail(result::kImportFailed, (where.empty() ? "" : where + ": ") + myMessage);
+}
+
+} // namespace kiv::db

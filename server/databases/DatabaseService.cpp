@@ -1,0 +1,164 @@
+// The database service: the catalogue of the current store, the open handles and the
+// failures that the error box and 'MDEI' explain.
+#include "DatabaseService.h"
+
+#include "ServiceCodes.h"
+#include "embedded/EmbeddedCatalogue.h"
+#include "files/RecordFiles.h"
+#include "odbc/OdbcCatalogue.h"
+
+namespace kiv::db
+{
+
+namespace
+{
+FilePolicy filePolicyOf(const ServiceEnvironment& environment)
+{
+    return FilePolicy(environment.exportsFolder.empty() ? environment.dataFolder / "exports"
+                                                        : environment.exportsFolder,
+                      environment.protectedFiles);
+}
+} // namespace
+
+DatabaseService::DatabaseService(ServiceEnvironment environment)
+    : myEnvironment(std::move(environment)), myFiles(filePolicyOf(myEnvironment)),
+      myEmbeddedStore(std::make_unique<EmbeddedCatalogue>(
+          myEnvironment.dataFolder, StoreOptions{myEnvironment.lockWait, myEnvironment.durableCommits})),
+      myEmbedded(*myEmbeddedStore), myCatalogue(&myEmbedded)
+{
+}
+
+DatabaseService::~DatabaseService()
+{
+    myOpen.clear(); // before the catalogues whose connections they share
+}
+
+void DatabaseService::noteFailure(uint32_t code, const std::string& line)
+{
+    myLastFailure = ServiceFailure{code, line};
+}
+
+uint32_t DatabaseService::fail(uint32_t code, std::string message, std::string line)
+{
+    myLastCode = code;
+    myLastMessage = std::move(message);
+    noteFailure(code, line.empty() ? myLastMessage : line);
+    return code;
+}
+
+uint32_t DatabaseService::connect(std::string_view dataSource, std::string_view user,
+                                  std::string_view password)
+{
+    disconnect();
+    dataSource = trimBlanks(dataSource);
+    if (dataSource.empty())
+        return kKivResult_Success;
+    odbc::DataSourceSettings settings{std::string(dataSource), std::string(trimBlanks(user)),
+                                      std::string(password)};
+    std::string message;
+    if (const uint32_t code = odbc::connectDataSource(settings, myDataSource, message);
+        code != kKivResult_Success)
+        return fail(code, message, "data source " + quoteValue(dataSource) + ": " + message);
+    myCatalogue = myDataSource.get();
+    return kKivResult_Success;
+}
+
+void DatabaseService::disconnect()
+{
+    myOpen.clear();
+    myCatalogue = &myEmbedded;
+    myDataSource.reset(); // open handles kept their own share of the connection until now
+}
+
+uint32_t DatabaseService::createDatabase(const std::string& name)
+{
+    std::string message;
+    const uint32_t code = myCatalogue->createDatabase(name, message);
+    return code == kKivResult_Success ? code : fail(code, message);
+}
+
+uint32_t DatabaseService::deleteDatabase(const std::string& name)
+{
+    std::string message;
+    const uint32_t code = myCatalogue->deleteDatabase(name, message);
+    return code == kKivResult_Success ? code : fail(code, message);
+}
+
+uint32_t DatabaseService::listDatabases(std::vector<std::string>& names)
+{
+    std::string message;
+    const uint32_t code = myCatalogue->listDatabases(names, message);
+    return code == kKivResult_Success ? code : fail(code, message);
+}
+
+uint32_t DatabaseService::openDatabase(const std::string& name, OpenMode mode, OpenIntent intent,
+                                       const std::string& uniqueIDFieldName, DatabaseHandle& handle)
+{
+    OpenRequest request;
+    request.name = name;
+    request.exclusive = mode == OpenMode::Exclusive;
+    request.createIfMissing = intent == OpenIntent::CreateIfMissing;
+    request.uniqueIDFieldName = std::string(trimBlanks(uniqueIDFieldName));
+    std::unique_ptr<Table> table;
+    std::string message;
+    if (const uint32_t code = myCatalogue->openDatabase(request, table, message); code != kKivResult_Success)
+    {
+        std::string line;
+        std::vector<std::string> names;
+        if (code == result::kDatabaseNotFound &&
+            myCatalogue->listDatabases(names, line) == kKivResult_Success)
+        {
+            std::string known;
+            for (const auto& known_name : names)
+                known += (known.empty() ? "" : ", ") + known_name;
+            line = "no database named " + quoteValue(name) +
+                   " (databases: " + (known.empty() ? "none" : known) + ")";
+        }
+        else
+            line.clear();
+        return fail(code, message, line);
+    }
+    while (myOpen.count(myNextHandle) || myNextHandle == 0)
+        ++myNextHandle;
+    handle = myNextHandle++;
+    DatabaseEvents events{[this](uint32_t code, const std::string& line) { noteFailure(code, line); },
+                          myEnvironment.warning};
+    myOpen.emplace(handle, std::make_unique<Database>(std::move(table), myFiles, std::move(events)));
+    return kKivResult_Success;
+}
+
+uint32_t DatabaseService::closeDatabase(DatabaseHandle handle)
+{
+    if (!database(handle))
+        return result::kInvalidHandle;
+    myOpen.erase(handle);
+    return kKivResult_Success;
+}
+
+Database* DatabaseService::database(DatabaseHandle handle)
+{
+    const auto found = myOpen.find(handle);
+    if (found != myOpen.end())
+        return found->second.get();
+    fail(result::kInvalidHandle, "The handle " + std::to_string(handle) + " does not name an open database.");
+    return nullptr;
+}
+
+uint32_t DatabaseService::typeNamed(std::string_view name, TypeDescription& type)
+{
+    if (myCatalogue->typeNamed(trimBlanks(name), type))
+        return kKivResult_Success;
+    return fail(result::kInvalidArgument, "The database has no field type named " + std::string(name) + ".");
+}
+
+std::string DatabaseService::errorText(uint32_t codeOrHandle) const
+{
+    // Handles are small numbers and codes are four characters, so one word can mean either.
+    if (const auto found = myOpen.find(codeOrHandle); found != myOpen.end())
+        return found->second->message();
+    if (codeOrHandle == myLastCode && codeOrHandle != kKivResult_Success && !myLastMessage.empty())
+        return myLastMessage;
+    return std::string(describeResult(codeOrHandle));
+}
+
+} // namespace kiv::db

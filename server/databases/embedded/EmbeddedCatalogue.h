@@ -1,0 +1,33 @@
+// The embedded store as the service sees it: the database files of the region's data folder,
+// opening one under its open-mode lock, and the store's seven native field types.
+#pragma once
+
+#include "Store.h"
+#include "embedded/EmbeddedStore.h"
+
+namespace kiv::db
+{
+
+class EmbeddedCatalogue : public Catalogue
+{
+public:
+    EmbeddedCatalogue(std::filesystem::path dataFolder, StoreOptions options);
+
+    uint32_t createDatabase(const std::string& name, std::string& message) override;
+    uint32_t deleteDatabase(const std::string& name, std::string& message) override;
+    uint32_t listDatabases(std::vector<std::string>& names, std::string& message) override;
+    uint32_t openDatabase(const OpenRequest& request, std::unique_ptr<Table>& table,
+                          std::string& message) override;
+
+    uint32_t supportFlags() override { return 0; } // the embedded store is no ODBC source
+    uint32_t cursorFlags() override { return 0; }
+    size_t typeCount() override { return 7; }
+    bool typeAt(size_t index, TypeDescription& type) override;
+    bool typeOfWord(uint32_t typeBits, TypeDescription& type) override;
+    bool typeNamed(std::string_view name, TypeDescription& type) override;
+
+private:
+    DatabaseCatalogue myFiles;
+};
+
+} // namespace kiv::db

@@ -1,0 +1,129 @@
+// The embedded store's files and connections. Each database is one SQLite file
+// "<name>.kivdb" in the region's data folder, in WAL mode; its open-mode lock file lives in
+// ".kivlocks". Connections are pooled per worker process together with their prepared
+// statements and the field list, which is reloaded when the file's schema version changes.
+#pragma once
+
+#include "embedded/DatabaseLock.h"
+#include "FieldTypes.h"
+#include "embedded/SqliteHandles.h"
+
+#include <sys/types.h>
+
+#include <chrono>
+#include <cstdint>
+#include <filesystem>
+#include <list>
+#include <map>
+#include <memory>
+#include <optional>
+#include <set>
+#include <string>
+#include <string_view>
+#include <unordered_map>
+#include <vector>
+
+namespace kiv::db
+{
+
+constexpr uint32_t kUniqueIDFieldType = 0x07030000; // UInteger, auto-unique, indexed, unique
+// How long a connection waits for another writer before it answers busy.
+constexpr int kStoreBusyTimeoutMs = 10000;
+
+struct StoreOptions
+{
+    std::chrono::milliseconds lockWait{2000};
+    bool durableCommits = false; // synchronous=FULL: also survive power loss, at an fsync per commit
+};
+
+// One SQLite connection to one database file, with what it caches about that file.
+class StoreConnection
+{
+public:
+    StoreConnection(const std::filesystem::path& file, const StoreOptions& options);
+
+    SqliteConnection& sql() { return myConnection; }
+    const std::vector<FieldDefinition>& fields() const { return myFields; }
+    int64_t fieldPosition(size_t index) const { return myFieldPositions[index]; }
+    // The field of that name, without regard to case; a binary search over the names, so a
+    // page's many value lookups neither fold nor scan.
+    std::optional<size_t> fieldIndex(std::string_view name) const;
+
+    // Reloads the field list and drops the cached statements when the schema changed since
+    // they were made; one cheap pragma per call.
+    void refreshSchema();
+
+    // Statements that depend on the field list, prepared once per schema version.
+    SqliteStatement& selectRecord(); // all field columns of one record, by kiv_rowid
+    SqliteStatement& insertRecord(); // all field columns
+    SqliteStatement& statement(const std::string& key, const std::string& sql); // cached by key
+    // Statements whose text depends on a search, cached by that text. Searches are many and
+    // varied, so only the most recently used are kept; a reference stays valid until the next
+    // call. Dropped with the others when the schema changes.
+    SqliteStatement& searchStatement(const std::string& sql);
+
+    // Indexes this connection has made sure of since the schema was last loaded, so that a
+    // search checks for its two-field index once rather than asking the file every time.
+    bool knowsIndex(const std::string& name) const { return myKnownIndexes.count(name) != 0; }
+    void rememberIndex(const std::string& name) { myKnownIndexes.insert(name); }
+
+    // Device and inode of the file when the connection was opened: a database deleted and
+    // made again under the same name is a different file.
+    bool isSameFile(const std::filesystem::path& file) const;
+    void abandon() { myConnection.abandon(); }
+
+private:
+    void loadFields();
+    SqliteConnection myConnection;
+    int64_t mySchemaVersion = -1;
+    std::vector<FieldDefinition> myFields;
+    std::vector<int64_t> myFieldPositions;
+    std::map<std::string, SqliteStatement> myStatements;
+    std::vector<size_t> myFieldsByName; // indexes into myFields, in compareFolded order of names
+    std::list<std::pair<std::string, SqliteStatement>> mySearchStatements; // most recent first
+    std::unordered_map<std::string_view, decltype(mySearchStatements)::iterator> mySearchStatementIndex;
+    std::set<std::string> myKnownIndexes;
+    dev_t myDevice = 0;
+    ino_t myInode = 0;
+};
+
+// Idle connections of this worker process, keyed by file.
+class ConnectionPool
+{
+public:
+    static ConnectionPool& instance();
+    std::unique_ptr<StoreConnection> acquire(const std::filesystem::path& file, const StoreOptions& options);
+    void release(const std::filesystem::path& file, std::unique_ptr<StoreConnection> connection);
+    void forget(const std::filesystem::path& file); // the file is being deleted
+
+private:
+    ConnectionPool() = default;
+    struct Impl;
+    Impl& impl();
+};
+
+// The databases of one data folder: names, files, creation and deletion.
+class DatabaseCatalogue
+{
+public:
+    DatabaseCatalogue(std::filesystem::path dataFolder, StoreOptions options);
+
+    std::vector<std::string> list() const;                             // sorted without regard to case
+    std::optional<std::string> resolve(const std::string& name) const; // the stored spelling
+    std::filesystem::path fileOf(const std::string& storedName) const;
+    std::filesystem::path lockFileOf(const std::string& name) const;
+    const StoreOptions& options() const { return myOptions; }
+
+    // Result codes; `message` says why on failure.
+    uint32_t create(const std::string& name, std::string& message);
+    uint32_t remove(const std::string& name, std::string& message);
+
+private:
+    std::filesystem::path myDataFolder;
+    StoreOptions myOptions;
+};
+
+// Maps an SQLite failure to a result code and a message for the module.
+uint32_t resultOfSqliteError(const SqliteError& error, std::string& message);
+
+} // namespace kiv::db
