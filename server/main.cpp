@@ -3,6 +3,8 @@
 //   render  render one page and print its HTML (scripting, debugging, tests)
 //   passwd  print a password hash for the configuration
 //   check   validate a configuration
+//   db      administer databases (cli/DatabaseCommands.h)
+#include "cli/DatabaseCommands.h"
 #include "config/ServerConfig.h"
 #include "logging/Log.h"
 #include "modules/ModuleRegistry.h"
@@ -347,6 +349,8 @@ int main(int argc, char** argv)
     addCommonOptions(*checkCommand, checkOptions);
     addTlsOptions(*checkCommand, checkOptions);
 
+    kiv::DatabaseCommands databaseCommands(app);
+
     CLI11_PARSE(app, argc, argv);
     try
     {
@@ -361,6 +365,8 @@ int main(int argc, char** argv)
         }
         if (checkCommand->parsed())
             return check(checkOptions);
+        if (databaseCommands.parsed())
+            return databaseCommands.run();
     }
     catch (const std::exception& error)
     {

@@ -137,20 +137,25 @@ void appendHistogram(std::string& out, std::string_view name, std::string_view l
 
 MetricsRegistry& MetricsRegistry::instance()
 {
-    static MetricsRegistry registry = []
-    {
-        size_t bytes = sizeof(Slot) * kSlots + sizeof(std::atomic<uint64_t>);
-        void* memory = ::mmap(nullptr, bytes, PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0);
-        if (memory == MAP_FAILED)
-            throw std::runtime_error("cannot map the memory for the metrics");
-        // The mapping is never undone: workers and the master use it until they exit.
-        Slot* slots = static_cast<Slot*>(memory);
-        std::uninitialized_value_construct_n(slots, kSlots);
-        auto* dropped = reinterpret_cast<std::atomic<uint64_t>*>(slots + kSlots);
-        std::uninitialized_value_construct_n(dropped, 1);
-        return MetricsRegistry(slots, dropped);
-    }();
+    static MetricsRegistry registry(kSlots);
     return registry;
+}
+
+MetricsRegistry::MetricsRegistry(size_t slots)
+    : mySlotCount(slots), myBytes(sizeof(Slot) * slots + sizeof(std::atomic<uint64_t>))
+{
+    void* memory = ::mmap(nullptr, myBytes, PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0);
+    if (memory == MAP_FAILED)
+        throw std::runtime_error("cannot map the memory for the metrics");
+    mySlots = static_cast<Slot*>(memory);
+    std::uninitialized_value_construct_n(mySlots, mySlotCount);
+    myDropped = reinterpret_cast<std::atomic<uint64_t>*>(mySlots + mySlotCount);
+    std::uninitialized_value_construct_n(myDropped, 1);
+}
+
+MetricsRegistry::~MetricsRegistry()
+{
+    ::munmap(mySlots, myBytes);
 }
 
 std::string
@@ -182,9 +187,9 @@ MetricsRegistry::Slot* MetricsRegistry::find(MetricFamily family, std::string_vi
     if (labels.size() > kLabelBytes)
         labels = labels.substr(0, kLabelBytes);
     uint64_t start = hashOf(family, labels, owner);
-    for (size_t probe = 0; probe < kSlots; ++probe)
+    for (size_t probe = 0; probe < mySlotCount; ++probe)
     {
-        Slot& slot = mySlots[(start + probe) % kSlots];
+        Slot& slot = mySlots[(start + probe) % mySlotCount];
         while (true)
         {
             uint32_t state = slot.state.load(std::memory_order_acquire);
@@ -249,7 +254,7 @@ void MetricsRegistry::observe(MetricFamily family, std::string_view labels, metr
 
 void MetricsRegistry::forgetOwner(pid_t owner)
 {
-    for (size_t i = 0; i < kSlots; ++i)
+    for (size_t i = 0; i < mySlotCount; ++i)
     {
         Slot& slot = mySlots[i];
         if (owner == 0 || slot.owner != owner || slot.state.load(std::memory_order_acquire) != Slot::Ready)
@@ -263,7 +268,7 @@ void MetricsRegistry::forgetOwner(pid_t owner)
 std::string MetricsRegistry::render() const
 {
     std::map<std::string, Values> series[static_cast<size_t>(MetricFamily::Count)];
-    for (size_t i = 0; i < kSlots; ++i)
+    for (size_t i = 0; i < mySlotCount; ++i)
     {
         const Slot& slot = mySlots[i];
         if (slot.state.load(std::memory_order_acquire) != Slot::Ready ||

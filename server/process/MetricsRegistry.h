@@ -39,7 +39,7 @@ enum class MetricFamily : uint16_t
 class MetricsRegistry
 {
 public:
-    static constexpr size_t kSlots = 2048;
+    static constexpr size_t kSlots = 2048; // of the server's registry
     static constexpr size_t kLabelBytes = 176;
     // Histogram buckets (upper bounds in seconds), then the count and the sum in nanoseconds.
     static constexpr double kBuckets[] = {0.0005, 0.001, 0.0025, 0.005, 0.01, 0.025, 0.05,
@@ -47,11 +47,18 @@ public:
     static constexpr size_t kBucketCount = sizeof kBuckets / sizeof kBuckets[0];
     static constexpr size_t kValues = kBucketCount + 2;
 
-    // The registry of this server: made on first use, in shared memory. The master uses it
-    // before it forks, so every worker inherits the same one.
+    // The registry of this server: made on first use. The master uses it before it forks, so
+    // every worker inherits the same one.
     static MetricsRegistry& instance();
 
-    // labels: pairs of name and value, already in label form (see labelText).
+    // A registry of its own, in memory shared with the processes forked after it.
+    explicit MetricsRegistry(size_t slots);
+    ~MetricsRegistry();
+    MetricsRegistry(const MetricsRegistry&) = delete;
+    MetricsRegistry& operator=(const MetricsRegistry&) = delete;
+
+    // labels: the label text as labelText makes it; owner: the process whose gauge this is
+    // (forgetOwner clears it), 0 for the numbers of the whole server.
     void add(MetricFamily family, std::string_view labels, int64_t amount, pid_t owner = 0);
     void set(MetricFamily family, std::string_view labels, int64_t value);
     void observe(MetricFamily family, std::string_view labels, metrics::Duration took);
@@ -68,9 +75,10 @@ public:
     struct Slot;
 
 private:
-    MetricsRegistry(Slot* slots, std::atomic<uint64_t>* dropped) : mySlots(slots), myDropped(dropped) {}
     Slot* find(MetricFamily family, std::string_view labels, pid_t owner);
 
+    size_t mySlotCount;
+    size_t myBytes;
     Slot* mySlots;
     std::atomic<uint64_t>* myDropped;
 };

@@ -166,7 +166,7 @@ bool isSameOrigin(const HttpRequest& request)
 }
 
 SiteHandler::SiteHandler(const ServerConfig& config, RegionStates& regions, ModuleHost& host)
-    : myConfig(config), myRegions(regions), myHost(host), myAdminPage(host), myStatusPages(config, regions, host)
+    : myConfig(config), myRegions(regions), myHost(host), myAdminPage(host), myStatusPages(config, host)
 {
 }
 

@@ -1,6 +1,7 @@
 // Health and metrics pages.
 #include "site/StatusPages.h"
 
+#include "DatabaseService.h"
 #include "logging/Log.h"
 #include "process/MetricsRegistry.h"
 
@@ -38,10 +39,7 @@ bool isLocalClient(const HttpRequest& request)
            !request.header("X-Real-IP");
 }
 
-StatusPages::StatusPages(const ServerConfig& config, RegionStates& regions, ModuleHost& host)
-    : myConfig(config), myRegions(regions), myHost(host)
-{
-}
+StatusPages::StatusPages(const ServerConfig& config, ModuleHost& host) : myConfig(config), myHost(host) {}
 
 bool StatusPages::isStatusPath(std::string_view path)
 {

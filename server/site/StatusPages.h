@@ -6,7 +6,6 @@
 
 #include "config/ServerConfig.h"
 #include "http/HttpMessage.h"
-#include "region/RegionState.h"
 #include "services/ModuleHost.h"
 
 #include <string_view>
@@ -17,7 +16,7 @@ namespace kiv
 class StatusPages
 {
 public:
-    StatusPages(const ServerConfig& config, RegionStates& regions, ModuleHost& host);
+    StatusPages(const ServerConfig& config, ModuleHost& host);
 
     static bool isStatusPath(std::string_view path);
     // Whether the request may see the pages without a login.
@@ -29,7 +28,6 @@ private:
     std::string findHealthProblem();
 
     const ServerConfig& myConfig;
-    RegionStates& myRegions;
     ModuleHost& myHost;
 };
 

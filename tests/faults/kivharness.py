@@ -197,6 +197,22 @@ def get(port, path, headers=None, timeout=60):
         connection.close()
 
 
+def add_person(port, first, city):
+    """Posts the example site's add-a-person form; True when the page acknowledged the add."""
+    body = urllib.parse.urlencode({"FirstName": first, "LastName": "Proof", "City": city,
+                                   "Email": f"{first.lower()}.{city.lower()}@example.org", "Phone": ""})
+    connection = http.client.HTTPConnection("127.0.0.1", port, timeout=30)
+    try:
+        connection.request("POST", "/people/added.html", body=body,
+                           headers={"Content-Type": "application/x-www-form-urlencoded"})
+        response = connection.getresponse()
+        page = response.read().decode("latin-1")
+        # The page says "Added ..." only when the tag's kivResult is 0.
+        return response.status == 200 and f"Added {first} Proof" in page and "kiv-error" not in page
+    finally:
+        connection.close()
+
+
 def query(**arguments):
     return urllib.parse.urlencode(arguments)
 

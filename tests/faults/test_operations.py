@@ -16,6 +16,8 @@ of the example site and the database module:
 Run by ctest; by hand: test_operations.py --server build/server/kiv-server
 --module build/database/libkivdatabase.so [unittest arguments]"""
 
+import csv
+import fcntl
 import os
 import shutil
 import signal
@@ -278,6 +280,9 @@ class StatusPagesTest(unittest.TestCase):
         self.assertEqual(delta("kiv_http_request_duration_seconds_count", region="main"), 46)
         self.assertGreater(delta("kiv_http_request_duration_seconds_sum", region="main"), 0)
         self.assertEqual(delta("kiv_tag_calls_total", tag="kivSearchDatabase", result="0"), 5)
+        self.assertEqual(delta("kiv_database_open_duration_seconds_count", store="embedded"), 5)
+        self.assertEqual(delta("kiv_database_search_duration_seconds_count", store="embedded"), 5)
+        self.assertGreater(delta("kiv_database_search_duration_seconds_sum", store="embedded"), 0)
         self.assertGreaterEqual(sample(after, "kiv_http_open_connections"), 1, "the scrape's own")
         self.assertEqual(sample(after, "kiv_workers"), 2)
         self.assertEqual(sample(after, "kiv_metrics_dropped_series_total"), 0)
@@ -363,6 +368,188 @@ class CommandLineTest(unittest.TestCase):
         result = self.run_server("passwd", stdin="twelve-chars\n")
         self.assertEqual(result.returncode, 0, result.stderr)
         self.assertTrue(result.stdout.startswith("$argon2id$"))
+
+
+class DatabaseCommandsTest(unittest.TestCase):
+    """kiv-server db against the data folder of a running server."""
+
+    def setUp(self):
+        self.site = OperationsSite(workers=2)
+        self.server = kh.Server(SERVER, self.site)
+        self.scratch = tempfile.mkdtemp(prefix="kiv-db-")
+
+    def tearDown(self):
+        self.server.stop()
+        self.site.remove()
+        shutil.rmtree(self.scratch, ignore_errors=True)
+
+    def db(self, *arguments, data=None):
+        result = subprocess.run([SERVER, "db", *arguments, "--data", data or self.site.data], capture_output=True,
+                                text=True, timeout=120)
+        return result.returncode, result.stdout, result.stderr
+
+    def first_names(self, data):
+        """The FirstName of every record of People in a data folder, through `db export`."""
+        target = os.path.join(self.scratch, f"export-{len(os.listdir(self.scratch))}.csv")
+        status, out, err = self.db("export", "People", target, "--fields", "FirstName", data=data)
+        self.assertEqual(status, 0, err)
+        with open(target, newline="", encoding="latin-1") as rows:
+            return [row[0] for row in list(csv.reader(rows))[1:]]
+
+    def people_count(self):
+        status, page = kh.get(self.server.port, "/t/count.html?db=People")
+        self.assertEqual(status, 200)
+        return int(kh.re.search(r"count=(\d+)", page).group(1))
+
+    def test_backups_during_2000_adds_hold_every_acknowledged_record_and_pass_the_check(self):
+        acknowledged = []
+        failures = []
+        lock = threading.Lock()
+
+        def add(prefix):
+            for i in range(500):
+                name = f"{prefix}{i:03d}"
+                if kh.add_person(self.server.port, name, "Backuptown"):
+                    with lock:
+                        acknowledged.append(name)
+                else:
+                    failures.append(name)
+
+        writers = [threading.Thread(target=add, args=(prefix,)) for prefix in "ABCD"]
+        for writer in writers:
+            writer.start()
+        backups = []
+        for mark in (400, 1000, 1600):
+            self.assertTrue(kh.wait_until(lambda: len(acknowledged) >= mark, 300), f"{len(acknowledged)} adds")
+            with lock:
+                before = list(acknowledged)
+            folder = os.path.join(self.scratch, f"backup-{mark}")
+            status, out, err = self.db("backup", "People", "--to", folder)
+            self.assertEqual(status, 0, err)
+            self.assertIn("People: backed up to", out)
+            backups.append((folder, before, len(acknowledged)))
+        for writer in writers:
+            writer.join(timeout=600)
+        self.assertEqual(failures, [])
+        self.assertEqual(len(acknowledged), 2000)
+        for folder, before, after in backups:
+            self.assertEqual(self.db("check", data=folder)[:2], (0, "People: ok\n"))
+            names = set(self.first_names(folder))
+            self.assertEqual([name for name in before if name not in names], [],
+                             f"acknowledged before the backup to {folder} but not in it")
+        self.assertLess(backups[0][2], 2000, "the adds went on while the backups were made")
+        # The live database holds them all, and passes the check too.
+        self.assertEqual(self.db("check")[:2], (0, "People: ok\n"))
+        self.assertLessEqual(set(acknowledged), set(self.first_names(self.site.data)))
+
+    def test_restore_waits_for_the_exclusive_lock_and_pages_see_the_restored_records(self):
+        folder = os.path.join(self.scratch, "backup")
+        original = self.people_count()
+        self.assertEqual(self.db("backup", "--to", folder)[0], 0)
+        for i in range(5):
+            self.assertTrue(kh.add_person(self.server.port, f"Later{i}", "Restoretown"))
+        self.assertEqual(self.people_count(), original + 5)
+        # A page that has the database open (here: a shared lock held for it) keeps a restore out.
+        with open(os.path.join(self.site.data, ".kivlocks", "people.lock"), "a+") as held:
+            fcntl.flock(held, fcntl.LOCK_SH)
+            status, _, err = self.db("restore", "People", "--from", folder)
+            self.assertEqual(status, 1)
+            self.assertIn("'MLkd'", err)
+        self.assertEqual(self.people_count(), original + 5)
+        status, out, err = self.db("restore", "people", "--from", folder)
+        self.assertEqual(status, 0, err)
+        for _ in range(6):  # every worker sees it, whatever connections it keeps
+            self.assertEqual(self.people_count(), original)
+        self.assertTrue(kh.add_person(self.server.port, "AfterRestore", "Restoretown"))
+        self.assertEqual(self.db("check")[:2], (0, "People: ok\n"))
+
+    def test_check_reports_damaged_files_and_restore_refuses_them(self):
+        folder = os.path.join(self.scratch, "backup")
+        self.assertEqual(self.db("backup", "People", "--to", folder)[0], 0)
+        damaged = os.path.join(self.scratch, "damaged")
+        os.makedirs(damaged)
+        shutil.copy(os.path.join(folder, "People.kivdb"), os.path.join(damaged, "People.kivdb"))
+        with open(os.path.join(damaged, "People.kivdb"), "r+b") as file:
+            size = file.seek(0, os.SEEK_END)
+            for offset in range(4096, size, 4096):  # every page after the first: its header
+                file.seek(offset)
+                file.write(b"\x0d\xff\xff\xff\xff\x00\x00")
+        with open(os.path.join(damaged, "Notes.kivdb"), "wb") as file:
+            file.write(b"this is no database" * 100)
+        status, out, _ = self.db("check", data=damaged)
+        self.assertEqual(status, 1)
+        self.assertRegex(out, r"Notes: 1 problem\(s\)\n  .*not a database")
+        self.assertRegex(out, r"People: \d+ problem\(s\)")
+        status, _, err = self.db("restore", "People", "--from", damaged)
+        self.assertEqual(status, 1)
+        self.assertIn("fails its check", err)
+        self.assertEqual(self.db("check")[:2], (0, "People: ok\n"))
+
+    def test_import_dry_run_lists_every_bad_line_and_writes_nothing(self):
+        source = os.path.join(self.scratch, "people.csv")
+        with open(source, "w", encoding="latin-1") as out:
+            out.write("LastName,FirstName,City,Email\n"
+                      "Dry,Ann,Lyon,ann.dry@example.org\n"
+                      "Dry,Bob,Lyon\n"
+                      "Dry,Cid,Lyon,cid.dry@example.org\n"
+                      + "Dry,Dee,Lyon,dee.dry@example.org,extra\n"
+                      + "Dry,\"Eve\nwith a line break\",Lyon,eve.dry@example.org\n"
+                      + "Dry,Fay,Lyon," + "x" * 81 + "@example.org\n")
+        count = self.people_count()
+        status, out, _ = self.db("import", "People", source, "--dry-run")
+        self.assertEqual(status, 1)
+        lines = out.splitlines()
+        self.assertEqual([line.split(": ", 1)[1].split(":")[0].split(",")[0] for line in lines[:-1]],
+                         ["line 3", "line 5"], out)
+        self.assertIn("6 rows checked, 2 problem(s); nothing was written", lines[-1])
+        self.assertEqual(self.people_count(), count)
+        # The import itself takes all rows or none.
+        status, _, err = self.db("import", "People", source)
+        self.assertEqual(status, 1)
+        self.assertIn("line 3", err)
+        self.assertEqual(self.people_count(), count)
+        with open(source, "w", encoding="latin-1") as out:
+            out.write("LastName,FirstName,City,Email\nGood,Gus,Lyon,gus@example.org\nGood,Hal,Lyon,hal@example.org\n")
+        self.assertEqual(self.db("import", "People", source, "--dry-run")[:2],
+                         (0, "2 rows checked, 0 problem(s); nothing was written (--dry-run)\n"))
+        self.assertEqual(self.db("import", "People", source)[:2], (0, "imported 2 records into People\n"))
+        self.assertEqual(self.people_count(), count + 2)
+
+    def test_create_index_list_export_and_the_region_of_a_configuration(self):
+        status, out, err = self.db("create", "Books", "Title:Text:80:X", "Year:Integer:0:X", "Shelf:Text")
+        self.assertEqual((status, out), (0, "created Books with 3 fields\n"), err)
+        self.assertEqual(self.db("create", "Books2", "Title:Txt")[0], 1)
+        self.assertEqual(self.db("index", "add", "People", "City,LastName")[:2],
+                         (0, "People: index on City, LastName\n"))
+        status, out, _ = self.db("index", "list", "People")
+        self.assertIn("City, LastName\n", out)
+        self.assertIn("Email\n", out)
+        self.assertEqual(self.db("index", "add", "People", "City,Nothing")[0], 1)
+        # Searches go on as before, through the declared index.
+        status, page = kh.get(self.server.port, "/t/names.html?" + kh.query(city="Lyon", page=1))
+        self.assertEqual(status, 200)
+        self.assertIn("Ada", page)
+        result = subprocess.run([SERVER, "db", "list", "--config", self.site.config, "--region", "main"],
+                                capture_output=True, text=True, timeout=60)
+        self.assertEqual(result.returncode, 0, result.stderr)
+        self.assertRegex(result.stdout, r"Books\t4 fields\t0 records\nPeople\t6 fields\t\d+ records\n")
+        result = subprocess.run([SERVER, "db", "list", "--config", self.site.config, "--region", "elsewhere"],
+                                capture_output=True, text=True, timeout=60)
+        self.assertEqual(result.returncode, 1)
+        self.assertIn("no region is named 'elsewhere' (main)", result.stderr)
+        target = os.path.join(self.scratch, "lyon.csv")
+        status, out, _ = self.db("export", "People", target, "--fields", "LastName,City", "--search",
+                                 "City = 'Lyon'")
+        self.assertEqual(status, 0)
+        with open(target, newline="") as rows:
+            exported = list(csv.reader(rows))
+        self.assertEqual(exported[0], ["LastName", "City"])
+        self.assertEqual({row[1] for row in exported[1:]}, {"Lyon"})
+        self.assertEqual(out, f"exported {len(exported) - 1} records to {target}\n")
+        # The server's own files are not an export target.
+        status, _, err = self.db("export", "People", os.path.join(self.site.data, "kiv-preferences.txt"))
+        self.assertEqual(status, 1)
+        self.assertIn("server's own files", err)
 
 
 def configure(server, module):

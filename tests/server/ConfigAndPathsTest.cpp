@@ -2,6 +2,7 @@
 // requests inside the site root.
 #include "common/SafePaths.h"
 #include "config/ServerConfig.h"
+#include "region/UserDirectory.h"
 
 #include <gtest/gtest.h>
 
@@ -129,7 +130,8 @@ x = 1
     EXPECT_NE(message.find("server.toml:5: 'header_timeout' must be a whole number from 1 to 3600"),
               std::string::npos)
         << message;
-    EXPECT_NE(message.find("server.toml:6: 'max_headers' must be a whole number"), std::string::npos) << message;
+    EXPECT_NE(message.find("server.toml:6: 'max_headers' must be a whole number"), std::string::npos)
+        << message;
     EXPECT_NE(message.find("server.toml:9: unknown key 'tls' in [[listen]] 1"), std::string::npos) << message;
     EXPECT_NE(message.find("server.toml:12: unknown key 'show_error' in [[region]] 1"), std::string::npos)
         << message;
@@ -162,7 +164,8 @@ TEST(Config, SafeDefaultsAndTheProblemsCheckReports)
 
     for (const char* data : {"site/data", "site", "site/../site/db"})
     {
-        ServerConfig inside = parseConfig(std::string("[[region]]\nroot = \"site\"\ndata = \"") + data + "\"\n", base);
+        ServerConfig inside =
+            parseConfig(std::string("[[region]]\nroot = \"site\"\ndata = \"") + data + "\"\n", base);
         auto problems = findConfigProblems(inside);
         ASSERT_EQ(problems.size(), 1u) << data;
         EXPECT_NE(problems[0].find("lies inside the site root"), std::string::npos) << problems[0];
@@ -173,8 +176,8 @@ TEST(Config, SafeDefaultsAndTheProblemsCheckReports)
 
     for (const char* address : {"::1", "[::1]", "localhost", "127.0.0.256"})
     {
-        ServerConfig listener =
-            parseConfig(std::string("[server]\nlisten = \"") + address + "\"\n[[region]]\nroot = \"site\"\n", base);
+        ServerConfig listener = parseConfig(
+            std::string("[server]\nlisten = \"") + address + "\"\n[[region]]\nroot = \"site\"\n", base);
         auto problems = findConfigProblems(listener);
         ASSERT_EQ(problems.size(), 1u) << address;
         EXPECT_NE(problems[0].find("is not an IPv4 address"), std::string::npos) << problems[0];
@@ -271,6 +274,19 @@ TEST(Config, DefaultRegionProtectsTheEditorFolder)
     EXPECT_EQ(region.dataFolder, fs::path("/srv/site-data"));
     EXPECT_EQ(region.protectedPaths, std::vector<std::string>{"/manage/"});
     EXPECT_EQ(region.usersFile, fs::path("/srv/site-data/users.toml"));
+}
+
+TEST(Accounts, PasswordsNeedTwelveCharactersCountedAsLettersNotBytes)
+{
+    EXPECT_NE(findPasswordProblem(""), "");
+    EXPECT_NE(findPasswordProblem("eleven-char").find("has 11 characters; it needs at least 12"),
+              std::string::npos);
+    EXPECT_EQ(findPasswordProblem("twelve-chars"), "");
+    std::string accented;
+    for (int i = 0; i < 11; ++i)
+        accented += "\xc3\xa9"; // é in UTF-8: 22 bytes, 11 characters
+    EXPECT_NE(findPasswordProblem(accented), "");
+    EXPECT_EQ(findPasswordProblem(accented + "\xc3\xa9"), "");
 }
 
 class SafePaths : public ::testing::Test

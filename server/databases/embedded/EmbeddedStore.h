@@ -118,6 +118,15 @@ public:
     uint32_t create(const std::string& name, std::string& message);
     uint32_t remove(const std::string& name, std::string& message);
 
+    // Maintenance from the shell (EmbeddedMaintenance.cpp). check lists what SQLite's integrity
+    // check and the store's own checks find. backup writes "<folder>/<name>.kivdb" in one read
+    // transaction, so the copy is consistent while others write, and a backup folder is itself
+    // a data folder. restore copies the database of that name in a backup folder over this
+    // one's, once the copy has passed the checks, under the exclusive open-mode lock.
+    uint32_t check(const std::string& name, std::vector<std::string>& problems, std::string& message);
+    uint32_t backup(const std::string& name, const std::filesystem::path& folder, std::string& message);
+    uint32_t restore(const std::string& name, const std::filesystem::path& folder, std::string& message);
+
 private:
     std::filesystem::path myDataFolder;
     StoreOptions myOptions;
