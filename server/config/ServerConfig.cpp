@@ -331,12 +331,13 @@ void readTables(TableReader& document, std::string_view key, Problems& problems,
     }
 }
 
-bool isDataInsideSite(const RegionConfig& region)
+// Whether folder is the site root or lies below it, after following symbolic links.
+bool isInsideSite(const RegionConfig& region, const fs::path& folder)
 {
-    std::error_code rootError, dataError;
+    std::error_code rootError, folderError;
     fs::path root = fs::weakly_canonical(region.siteRoot, rootError);
-    fs::path data = fs::weakly_canonical(region.dataFolder, dataError);
-    return !rootError && !dataError && isInsideFolder(root, data);
+    fs::path real = fs::weakly_canonical(folder, folderError);
+    return !rootError && !folderError && isInsideFolder(root, real);
 }
 
 } // namespace
@@ -418,12 +419,18 @@ std::vector<std::string> findConfigProblems(const ServerConfig& config)
         if (!fs::is_directory(region.siteRoot, error))
             problems.push_back("region '" + region.name + "': site root " + region.siteRoot.string() +
                                " is not a folder");
-        // Everything in the site root can be downloaded: databases, preferences and accounts
-        // would be too.
-        else if (isDataInsideSite(region))
-            problems.push_back("region '" + region.name + "': data folder " + region.dataFolder.string() +
-                               " lies inside the site root " + region.siteRoot.string() +
-                               ", where visitors could download it; move it beside the site");
+        else
+        {
+            // Everything in the site root can be downloaded: databases, preferences, accounts
+            // and exported files would be too.
+            const std::pair<const char*, const fs::path*> folders[] = {
+                {"data folder", &region.dataFolder}, {"exports folder", &region.exportsFolder}};
+            for (const auto& [what, folder] : folders)
+                if (!folder->empty() && isInsideSite(region, *folder))
+                    problems.push_back("region '" + region.name + "': " + what + " " + folder->string() +
+                                       " lies inside the site root " + region.siteRoot.string() +
+                                       ", where visitors could download it; move it beside the site");
+        }
         for (const auto& user : region.users)
             if (user.passwordHash.rfind("$argon2id$", 0) != 0)
                 problems.push_back("region '" + region.name + "': user '" + user.name +

@@ -170,6 +170,10 @@ TEST(Config, SafeDefaultsAndTheProblemsCheckReports)
         ASSERT_EQ(problems.size(), 1u) << data;
         EXPECT_NE(problems[0].find("lies inside the site root"), std::string::npos) << problems[0];
     }
+    ServerConfig exports =
+        parseConfig("[[region]]\nroot = \"site\"\nexports_folder = \"site/downloads\"\n", base);
+    ASSERT_EQ(findConfigProblems(exports).size(), 1u);
+    EXPECT_NE(findConfigProblems(exports)[0].find("exports folder"), std::string::npos);
     fs::create_symlink(base / "site" / "data", base / "alias");
     ServerConfig throughLink = parseConfig("[[region]]\nroot = \"site\"\ndata = \"alias\"\n", base);
     EXPECT_EQ(findConfigProblems(throughLink).size(), 1u) << "a link into the site is inside it";
