@@ -537,43 +537,59 @@ uint32_t Database::exportRecords(std::string_view file, std::string_view fieldLi
     return kKivResult_EndOfFile;
 }
 
-uint32_t Database::openImportFile(std::string_view file, std::filesystem::path& source, std::ifstream& in)
+namespace
+{
+std::string valueCountProblem(size_t values, size_t fields)
+{
+    return ": " + std::to_string(values) + " values, but the header names " + std::to_string(fields) +
+           " fields.";
+}
+} // namespace
+
+struct Database::ImportFile
+{
+    std::filesystem::path source;
+    std::ifstream in;
+    CsvReader reader{in};
+    std::vector<std::string> header;
+};
+
+uint32_t Database::openImportFile(std::string_view file, ImportFile& import)
 {
     std::string why;
-    if (const uint32_t code = myFiles.resolve(file, source, why); code != kKivResult_Success)
+    if (const uint32_t code = myFiles.resolve(file, import.source, why); code != kKivResult_Success)
         return fail(code, why, "import: " + why);
-    in.open(source, std::ios::binary);
-    if (!in)
+    import.in.open(import.source, std::ios::binary);
+    if (!import.in)
         return fail(result::kFileError,
-                    "The import file " + quoteValue(myFiles.shownName(source)) + " cannot be opened.");
+                    "The import file " + quoteValue(myFiles.shownName(import.source)) + " cannot be opened.");
+    if (!import.reader.readRow(import.header))
+        return fail(result::kImportFailed,
+                    import.reader.error().empty()
+                        ? "The import file is empty: it needs a header row naming the fields."
+                        : import.reader.error());
     return kKivResult_Success;
+}
+
+uint32_t Database::resolveColumns(const ImportFile& import, std::vector<size_t>& columns, std::string& why)
+{
+    return resolveImportHeader(
+        import.header, [this](std::string_view name) { return fieldIndex(name); },
+        [this](size_t index) { return fields()[index].name; }, name(), columns, why);
 }
 
 uint32_t Database::importRecords(std::string_view file, uint32_t& count)
 {
-    std::filesystem::path source;
-    std::ifstream in;
-    if (const uint32_t code = openImportFile(file, source, in); code != kKivResult_Success)
+    ImportFile import;
+    if (const uint32_t code = openImportFile(file, import); code != kKivResult_Success)
         return code;
     std::string why;
-    CsvReader reader(in);
-    std::vector<std::string> header;
-    if (!reader.readRow(header))
-        return fail(result::kImportFailed,
-                    reader.error().empty()
-                        ? "The import file is empty: it needs a header row naming the fields."
-                        : reader.error());
     std::vector<size_t> columns;
-    const auto resolveHeader = [&]()
-    {
-        return resolveImportHeader(
-            header, [this](std::string_view name) { return fieldIndex(name); },
-            [this](size_t index) { return fields()[index].name; }, name(), columns, why);
-    };
+    const auto resolveHeader = [&]() { return resolveColumns(import, columns, why); };
     uint32_t imported = 0;
     if (resolveHeader() == kKivResult_Success)
     {
-        if (const uint32_t code = importRows(reader, columns, imported); code != kKivResult_Success)
+        if (const uint32_t code = importRows(import.reader, columns, imported); code != kKivResult_Success)
             return code;
     }
     else
@@ -582,17 +598,19 @@ uint32_t Database::importRecords(std::string_view file, uint32_t& count)
             return fail(result::kImportFailed, why);
         // A database that has no fields yet takes its fields from the file.
         std::vector<std::string> created;
-        if (const uint32_t code = createImportFields(source, header, created); code != kKivResult_Success)
+        if (const uint32_t code = createImportFields(import.source, import.header, created);
+            code != kKivResult_Success)
             return code;
         uint32_t code = resolveHeader() == kKivResult_Success ? uint32_t(kKivResult_Success)
                                                               : fail(result::kImportFailed, why);
         if (code == kKivResult_Success)
         {
-            std::ifstream again(source, std::ios::binary);
+            std::ifstream again(import.source, std::ios::binary);
             CsvReader rows(again);
             std::vector<std::string> skipped;
             if (!again || !rows.readRow(skipped))
-                code = fail(result::kFileError, "The import file " + quoteValue(myFiles.shownName(source)) +
+                code = fail(result::kFileError, "The import file " +
+                                                    quoteValue(myFiles.shownName(import.source)) +
                                                     " cannot be read again.");
             else
                 code = importRows(rows, columns, imported);
@@ -737,8 +755,7 @@ std::string Database::rowProblem(const std::vector<std::string>& cells, const st
                                  std::vector<FieldValue>& values, std::vector<bool>& given) const
 {
     if (cells.size() != columns.size())
-        return ": " + std::to_string(cells.size()) + " values, but the header names " +
-               std::to_string(columns.size()) + " fields.";
+        return valueCountProblem(cells.size(), columns.size());
     for (size_t i = 0; i < columns.size(); ++i)
     {
         const FieldDefinition& field = fields()[columns[i]];
@@ -754,46 +771,36 @@ std::string Database::rowProblem(const std::vector<std::string>& cells, const st
 
 uint32_t Database::checkImport(std::string_view file, std::vector<std::string>& problems, uint32_t& rows)
 {
-    std::filesystem::path source;
-    std::ifstream in;
-    if (const uint32_t code = openImportFile(file, source, in); code != kKivResult_Success)
+    ImportFile import;
+    if (const uint32_t code = openImportFile(file, import); code != kKivResult_Success)
         return code;
-    CsvReader reader(in);
-    std::vector<std::string> header;
-    if (!reader.readRow(header))
-        return fail(result::kImportFailed,
-                    reader.error().empty()
-                        ? "The import file is empty: it needs a header row naming the fields."
-                        : reader.error());
     std::vector<size_t> columns;
     std::string why;
     // A database without fields of its own takes them from the header; its values then only
     // need to be as many as the header's columns.
-    const bool fieldsFromHeader = resolveImportHeader(
-                                      header, [this](std::string_view name) { return fieldIndex(name); },
-                                      [this](size_t index) { return fields()[index].name; }, name(), columns,
-                                      why) != kKivResult_Success;
+    const bool fieldsFromHeader = resolveColumns(import, columns, why) != kKivResult_Success;
     if (fieldsFromHeader && !mayCreateImportFields())
         problems.push_back("line 1: " + why);
     rows = 0;
     std::vector<std::string> cells;
-    while (reader.readRow(cells))
+    while (import.reader.readRow(cells))
     {
         ++rows;
-        if (cells.size() == 1 && cells[0].empty() && header.size() > 1)
+        if (cells.size() == 1 && cells[0].empty() && import.header.size() > 1)
             continue; // a blank line
-        const std::string where = "line " + std::to_string(reader.rowStartLine());
+        const std::string where = "line " + std::to_string(import.reader.rowStartLine());
         std::vector<FieldValue> values = defaultValues();
         std::vector<bool> given(fields().size(), false);
-        if (fieldsFromHeader && cells.size() != header.size())
+        if (fieldsFromHeader && cells.size() != import.header.size())
             problems.push_back(where + ": " + std::to_string(cells.size()) +
-                               " values, but the header names " + std::to_string(header.size()) + " fields.");
+                               " values, but the header names " + std::to_string(import.header.size()) +
+                               " fields.");
         else if (!fieldsFromHeader)
             if (const std::string problem = rowProblem(cells, columns, values, given); !problem.empty())
                 problems.push_back(where + problem);
     }
-    if (!reader.error().empty())
-        problems.push_back(reader.error());
+    if (!import.reader.error().empty())
+        problems.push_back(import.reader.error());
     myMessage.clear();
     return kKivResult_Success;
 }

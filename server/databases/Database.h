@@ -122,7 +122,11 @@ private:
     // into `values`, the fields they set marked in `given`.
     std::string rowProblem(const std::vector<std::string>& cells, const std::vector<size_t>& columns,
                            std::vector<FieldValue>& values, std::vector<bool>& given) const;
-    uint32_t openImportFile(std::string_view file, std::filesystem::path& source, std::ifstream& in);
+    // An import file, open, with its header row read.
+    struct ImportFile;
+    uint32_t openImportFile(std::string_view file, ImportFile& import);
+    // The fields the header names, in column order; 0, or the code with `why`.
+    uint32_t resolveColumns(const ImportFile& import, std::vector<size_t>& columns, std::string& why);
     bool mayCreateImportFields() const;
     uint32_t createImportFields(const std::filesystem::path& source, const std::vector<std::string>& header,
                                 std::vector<std::string>& created);

@@ -7,7 +7,6 @@
 #include "ServiceCodes.h"
 
 #include <algorithm>
-#include <atomic>
 #include <unistd.h>
 
 namespace kiv::db
@@ -83,72 +82,46 @@ bool isSameFile(const std::filesystem::path& a, const std::filesystem::path& b)
 uint32_t DatabaseCatalogue::check(const std::string& name, std::vector<std::string>& problems,
                                   std::string& message)
 {
-    if (message = checkDatabaseName(name); !message.empty())
-        return result::kInvalidName;
-    const auto stored = resolve(name);
-    if (!stored)
-    {
-        message = "No database named \"" + name + "\" exists.";
-        return result::kDatabaseNotFound;
-    }
-    problems = findProblems(fileOf(*stored), myOptions);
+    std::string stored;
+    if (const uint32_t code = findExisting(name, stored, message); code != kKivResult_Success)
+        return code;
+    problems = findProblems(fileOf(stored), myOptions);
     return kKivResult_Success;
 }
 
 uint32_t DatabaseCatalogue::backup(const std::string& name, const std::filesystem::path& folder,
                                    std::string& message)
 {
-    if (message = checkDatabaseName(name); !message.empty())
-        return result::kInvalidName;
-    const auto stored = resolve(name);
-    if (!stored)
-    {
-        message = "No database named \"" + name + "\" exists.";
-        return result::kDatabaseNotFound;
-    }
+    std::string stored;
+    if (const uint32_t code = findExisting(name, stored, message); code != kKivResult_Success)
+        return code;
     std::error_code error;
     std::filesystem::create_directories(folder, error);
-    const auto target = folder / fileOf(*stored).filename();
-    if (isSameFile(target, fileOf(*stored)))
+    const auto target = folder / fileOf(stored).filename();
+    if (isSameFile(target, fileOf(stored)))
     {
         message = "The backup folder is the data folder itself.";
         return result::kFileError;
     }
     // A shared open: pages go on reading and writing; a restore or a field change waits.
-    auto lock = DatabaseLock::acquire(lockFileOf(*stored), DatabaseLock::Mode::Shared, myOptions.lockWait);
+    auto lock = DatabaseLock::acquire(lockFileOf(stored), DatabaseLock::Mode::Shared, myOptions.lockWait);
     if (!lock)
     {
-        message = "The database \"" + *stored + "\" is in use by someone who needs it for exclusive use.";
+        message = "The database \"" + stored + "\" is in use by someone who needs it for exclusive use.";
         return result::kLocked;
     }
-    // Written under a hidden name and renamed into place: a failed backup never leaves half a
-    // file, nor destroys an earlier backup of the same name.
-    static std::atomic<unsigned> counter{0};
-    const auto temporary = folder / ("." + target.filename().string() + ".backup-" +
-                                     std::to_string(::getpid()) + "-" + std::to_string(counter++));
-    try
-    {
-        StoreConnection source(fileOf(*stored), myOptions);
+    // A failed backup never leaves half a file, nor destroys an earlier backup of that name.
+    return writeFileWhole(
+        target, "backup",
+        [&](const std::filesystem::path& hidden)
         {
-            SqliteConnection copy(temporary.string(), SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE);
+            StoreConnection source(fileOf(stored), myOptions);
+            SqliteConnection copy(hidden.string(), SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE);
             copyDatabase(copy, source.sql());
             // One self-contained file, whatever the live database's journal.
             copy.execute("PRAGMA journal_mode=DELETE");
-        }
-        std::filesystem::rename(temporary, target);
-        return kKivResult_Success;
-    }
-    catch (const SqliteError& failure)
-    {
-        std::filesystem::remove(temporary, error);
-        return resultOfSqliteError(failure, message);
-    }
-    catch (const std::filesystem::filesystem_error& failure)
-    {
-        std::filesystem::remove(temporary, error);
-        message = std::string("The backup could not be written: ") + failure.what();
-        return result::kFileError;
-    }
+        },
+        result::kFileError, "The backup could not be written", message);
 }
 
 uint32_t DatabaseCatalogue::restore(const std::string& name, const std::filesystem::path& folder,
