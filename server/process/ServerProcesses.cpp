@@ -517,8 +517,7 @@ int serveInProcess(const ConfigLoader& loadConfig, std::shared_ptr<Generation> g
             openLogsOf(next->config);
             generation = std::move(next);
             metrics::countReload(true);
-            writeServerLog(LogKind::Note, {},
-                           "configuration " + std::to_string(generation->number) + " applied");
+            writeServerLog(LogKind::Note, {}, "reload applied: " + describeServing(*generation, 1));
         }
         catch (const std::exception& error)
         {

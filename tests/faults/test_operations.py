@@ -230,6 +230,21 @@ class SupervisionTest(unittest.TestCase):
             server.stop()
             site.remove()
 
+    def test_a_single_process_reloads_in_place(self):
+        site = OperationsSite(workers=1)
+        server = kh.Server(SERVER, site, arguments=["--single-process"])
+        try:
+            site.rewrite(site.second_region())
+            server.process.send_signal(signal.SIGHUP)
+            self.assertTrue(kh.wait_until(lambda: "reload applied" in server.logged(), 30), server.logged())
+            status, page = kh.get(server.port, "/", headers={"Host": "second.test"})
+            self.assertEqual((status, "the second region" in page), (200, True))
+            self.assertEqual(server.workers(), [], "no worker processes")
+            self.assertEqual(server.stop(), 0)
+        finally:
+            server.stop()
+            site.remove()
+
     def test_systemd_hears_ready_reloading_and_stopping(self):
         site = OperationsSite(workers=1)
         folder = tempfile.mkdtemp(prefix="kiv-notify-")
