@@ -1,15 +1,13 @@
 // Master and worker processes.
 #include "process/ServerProcesses.h"
 
-#include "http/HttpServer.h"
 #include "logging/Log.h"
 #include "process/Generation.h"
 #include "process/Metrics.h"
 #include "process/MetricsRegistry.h"
+#include "process/Signals.h"
 #include "process/SystemdNotify.h"
-#include "region/RegionState.h"
-#include "services/ModuleHost.h"
-#include "site/SiteHandler.h"
+#include "process/Worker.h"
 
 #include <atomic>
 #include <cerrno>
@@ -41,42 +39,6 @@ constexpr auto kStartTime = std::chrono::seconds(60);
 // A worker that dies sooner than this after its start is replaced only after this pause, so
 // that a module that crashes on every start does not make a tight loop.
 constexpr auto kRestartPause = std::chrono::seconds(1);
-
-// The signals the server acts on are blocked in every thread of every process and taken one
-// at a time with sigtimedwait, at a point where acting on them is safe: no handler ever runs
-// in the middle of other code. The master takes SIGCHLD the same way, to reap at once.
-sigset_t signalSet(std::initializer_list<int> signals)
-{
-    sigset_t set;
-    sigemptyset(&set);
-    for (int signal : signals)
-        sigaddset(&set, signal);
-    return set;
-}
-
-const sigset_t kMasterSignals = signalSet({SIGTERM, SIGINT, SIGHUP, SIGUSR1, SIGCHLD});
-const sigset_t kWorkerSignals = signalSet({SIGTERM, SIGINT, SIGHUP, SIGUSR1});
-
-// The next of the signals, or 0 when none came within the wait.
-int waitForSignal(const sigset_t& signals, milliseconds wait)
-{
-    timespec timeout{static_cast<time_t>(wait.count() / 1000),
-                     static_cast<long>(wait.count() % 1000) * 1000000};
-    int signal = ::sigtimedwait(&signals, nullptr, &timeout);
-    return signal < 0 ? 0 : signal;
-}
-
-void reopenLogsOrWarn()
-{
-    try
-    {
-        reopenLogs();
-    }
-    catch (const std::exception& error)
-    {
-        writeServerLog(LogKind::Error, {}, std::string(error.what()) + "; the log goes on to the old file");
-    }
-}
 
 // Sends the logs to the files of config; a file that cannot be opened leaves its log where it was.
 void openLogsOf(const ServerConfig& config)
@@ -114,74 +76,6 @@ std::string oneLine(std::string text)
     for (size_t at = text.find('\n'); at != std::string::npos; at = text.find('\n', at))
         text.replace(at, 1, "; ");
     return text;
-}
-
-// What a worker's signals ask of it.
-struct WorkerControl
-{
-    std::atomic<bool> stop{false};      // finish the requests in flight and return
-    std::atomic<bool> terminate{false}; // SIGTERM or SIGINT
-    std::atomic<bool> reload{false};    // SIGHUP, when the process serves alone
-};
-
-// Takes a serving process's signals beside its server: SIGTERM and SIGINT stop it, SIGUSR1
-// opens the logs again, and SIGHUP reloads when it serves alone (a master's worker leaves
-// that to the master). A worker also watches its master: the parent-death signal kills it
-// the moment the master dies, and this check covers the master gone before it was set.
-class SignalThread
-{
-public:
-    SignalThread(WorkerControl& control, pid_t master)
-        : myThread([this, &control, master] { watch(control, master); })
-    {
-    }
-    ~SignalThread()
-    {
-        myDone = true;
-        myThread.join();
-    }
-    SignalThread(const SignalThread&) = delete;
-    SignalThread& operator=(const SignalThread&) = delete;
-
-private:
-    void watch(WorkerControl& control, pid_t master)
-    {
-        while (!myDone.load())
-        {
-            int signal = waitForSignal(kWorkerSignals, milliseconds(200));
-            if (signal == SIGTERM || signal == SIGINT)
-            {
-                control.terminate = true;
-                control.stop = true;
-            }
-            else if (signal == SIGUSR1)
-                reopenLogsOrWarn();
-            else if (signal == SIGHUP && master == 0)
-            {
-                control.reload = true;
-                control.stop = true;
-            }
-            if (master != 0 && ::getppid() != master)
-                ::_exit(1);
-        }
-    }
-
-    std::atomic<bool> myDone{false};
-    std::thread myThread; // last: started once the flag exists
-};
-
-// One generation served by this process until control.stop: 'MIni' first, 'MTrm' last.
-// onReady runs once the modules are initialised and the listeners are about to be accepted on.
-void serveGeneration(Generation& generation, WorkerControl& control, const std::function<void()>& onReady)
-{
-    ModuleHost host(generation.modules);
-    host.initializeAll();
-    RegionStates regions(generation.config);
-    SiteHandler site(generation.config, regions, host);
-    HttpServer server(generation.listeners, generation.config, site);
-    onReady();
-    server.run(control.stop);
-    host.terminateAll();
 }
 
 // A pipe on which each worker of a batch writes one byte once it serves; its end tells the
@@ -245,7 +139,7 @@ public:
         bool stopping = false;
         while (!stopping || !myWorkers.empty())
         {
-            int signal = waitForSignal(kMasterSignals, milliseconds(stopping ? 100 : 1000));
+            int signal = waitForSignal(masterSignals(), milliseconds(stopping ? 100 : 1000));
             if ((signal == SIGTERM || signal == SIGINT) && !stopping)
             {
                 stopping = true;
@@ -556,7 +450,7 @@ void raiseOpenFileLimit()
 int runServer(const ConfigLoader& loadConfig, bool inProcess)
 {
     // Blocked before any thread exists, so that every thread and every worker inherits it.
-    ::sigprocmask(SIG_BLOCK, &kMasterSignals, nullptr);
+    ::sigprocmask(SIG_BLOCK, &masterSignals(), nullptr);
     ::signal(SIGPIPE, SIG_IGN);
     ServerConfig config = loadConfig();
     openServerLog(config.serverLog);

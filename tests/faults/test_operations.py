@@ -68,6 +68,31 @@ def fetch_all(port, paths, threads=4, gate=None):
     return workers, outcomes, done
 
 
+def serve(site, workers, **options):
+    """A server of the site once all its workers run (the harness waits for the first only)."""
+    server = kh.Server(SERVER, site, **options)
+    if not kh.wait_until(lambda: len(server.workers()) == workers, 60):
+        server.stop()
+        raise AssertionError(f"{workers} workers did not start: {server.logged()[-2000:]}")
+    return server
+
+
+def free_port_outside_the_ephemeral_range():
+    """A free port below the range the kernel gives connecting sockets: once the server that
+    had it is gone, no client connection can take it meanwhile."""
+    with open("/proc/sys/net/ipv4/ip_local_port_range") as ports:
+        first = int(ports.read().split()[0])
+    for port in range(first - 1, max(1024, first - 2000), -1):
+        with socket.socket() as probe:
+            probe.setsockopt(socket.SOL_SOCKET, socket.SO_REUSEADDR, 1)
+            try:
+                probe.bind(("127.0.0.1", port))
+                return port
+            except OSError:
+                continue
+    raise AssertionError("no free port below the ephemeral range")
+
+
 def metrics_of(port, headers=None):
     """The metric samples of /kiv-status/metrics as {(name, sorted labels): value}."""
     status, text = kh.get(port, "/kiv-status/metrics", headers=headers)
@@ -112,7 +137,7 @@ class OperationsSite(kh.Site):
 class ReloadTest(unittest.TestCase):
     def setUp(self):
         self.site = OperationsSite(workers=2)
-        self.server = kh.Server(SERVER, self.site)
+        self.server = serve(self.site, 2)
 
     def tearDown(self):
         self.server.stop()
@@ -194,38 +219,25 @@ class ReloadTest(unittest.TestCase):
 
 class SupervisionTest(unittest.TestCase):
     def test_workers_die_with_their_master_and_the_port_is_free(self):
-        # Another test running beside this one may be given the freed port by the kernel; the
-        # check is then made again on a new port, up to three times.
-        for _ in range(3):
-            holders = self.kill_master_and_bind()
-            if holders is None:
-                return
-            self.assertTrue(holders, "the port cannot be bound, and no process listens on it")
-            self.assertFalse(set(holders) & self.pids, f"the port is held by this server's {holders}")
-        self.fail(f"the port was taken by other processes three times: {holders}")
-
-    def kill_master_and_bind(self):
-        """Kills a server's master; returns None when its port can be bound again, else the
-        processes that listen on it."""
         site = OperationsSite(workers=2)
-        server = kh.Server(SERVER, site)
+        # A port no connecting socket can be given while the test looks at it.
+        port = free_port_outside_the_ephemeral_range()
+        with open(site.config) as config:
+            text = config.read()
+        with open(site.config, "w") as config:
+            config.write(text.replace("port = 0\n", f"port = {port}\n", 1))
+        server = serve(site, 2)
         try:
+            self.assertEqual(server.port, port)
             workers = server.workers()
-            self.assertEqual(len(workers), 2)
-            self.pids = set(workers) | {server.process.pid}
             server.process.send_signal(signal.SIGKILL)
             server.process.wait(timeout=10)
-            self.assertTrue(kh.wait_until(lambda: not any(os.path.exists(f"/proc/{pid}") and
-                                                          not is_zombie(pid) for pid in workers), 2),
-                            f"workers left: {[pid for pid in workers if os.path.exists(f'/proc/{pid}')]}")
+            self.assertTrue(kh.wait_until(lambda: all(is_gone(pid) for pid in workers), 2),
+                            f"workers left: {[pid for pid in workers if not is_gone(pid)]}")
             with socket.socket() as listener:
                 listener.setsockopt(socket.SOL_SOCKET, socket.SO_REUSEADDR, 1)
-                try:
-                    listener.bind(("127.0.0.1", server.port))
-                    listener.listen()
-                    return None
-                except OSError:
-                    return listeners_of(server.port)
+                listener.bind(("127.0.0.1", port))
+                listener.listen()
         finally:
             server.stop()
             site.remove()
@@ -272,41 +284,24 @@ class SupervisionTest(unittest.TestCase):
                 shutil.rmtree(folder, ignore_errors=True)
 
 
-def listeners_of(port):
-    """The processes with a socket listening on the TCP port, from /proc."""
-    inodes = set()
-    with open("/proc/net/tcp") as table:
-        for line in table.readlines()[1:]:
-            fields = line.split()
-            if int(fields[1].split(":")[1], 16) == port and fields[3] == "0A":  # LISTEN
-                inodes.add(fields[9])
-    holders = []
-    for entry in os.listdir("/proc"):
-        if not entry.isdigit():
-            continue
-        try:
-            for descriptor in os.listdir(f"/proc/{entry}/fd"):
-                if os.readlink(f"/proc/{entry}/fd/{descriptor}").strip("socket:[]") in inodes:
-                    holders.append(int(entry))
-                    break
-        except OSError:
-            continue
-    return holders
-
-
-def is_zombie(pid):
+def is_gone(pid):
+    """Whether a process has ended with all its threads (a zombie's main thread can end while
+    the others still run, holding its files)."""
     try:
-        with open(f"/proc/{pid}/stat") as stat:
-            return stat.read().rsplit(")", 1)[1].split()[0] == "Z"
+        for task in os.listdir(f"/proc/{pid}/task"):
+            with open(f"/proc/{pid}/task/{task}/stat") as stat:
+                if stat.read().rsplit(")", 1)[1].split()[0] not in ("Z", "X"):
+                    return False
     except OSError:
-        return True
+        pass
+    return True
 
 
 class StatusPagesTest(unittest.TestCase):
     @classmethod
     def setUpClass(cls):
         cls.site = OperationsSite(workers=2)
-        cls.server = kh.Server(SERVER, cls.site)
+        cls.server = serve(cls.site, 2)
         cls.port = cls.server.port
 
     @classmethod
