@@ -9,7 +9,7 @@ packages=(
     libsqlite3-dev sqlite3
     libboost1.81-dev zlib1g-dev libssl-dev openssl libcli11-dev libtomlplusplus-dev libsodium-dev
     unixodbc unixodbc-dev odbc-postgresql libsqliteodbc postgresql
-    python3 curl
+    python3 python3-prometheus-client curl
     libsystemd-dev systemd dpkg-dev logrotate
 )
 # Extra groups, asked for by the test script when it runs those suites.

@@ -3,11 +3,12 @@
 //   render  render one page and print its HTML (scripting, debugging, tests)
 //   passwd  print a password hash for the configuration
 //   check   validate a configuration
+//   db      administer databases (cli/DatabaseCommands.h)
+#include "cli/DatabaseCommands.h"
 #include "config/ServerConfig.h"
-#include "http/Listener.h"
-#include "http/TlsContext.h"
 #include "logging/Log.h"
 #include "modules/ModuleRegistry.h"
+#include "process/Generation.h"
 #include "process/ServerProcesses.h"
 #include "region/RegionState.h"
 #include "region/UserDirectory.h"
@@ -129,39 +130,23 @@ void loadModules(const kiv::ServerConfig& config, kiv::ModuleRegistry& registry)
 
 int serve(const CommonOptions& options, bool singleProcess)
 {
-    kiv::ServerConfig config = buildConfig(options);
-    kiv::openServerLog(config.serverLog);
-    kiv::openAccessLog(config.accessLog);
-    auto problems = kiv::findConfigProblems(config);
-    for (const auto& problem : problems)
-        std::cerr << "kiv-server: " << problem << "\n";
-    if (!problems.empty())
-        return 1;
-    for (const auto& region : config.regions)
+    // Read again on every SIGHUP, with the same command line.
+    kiv::ConfigLoader loadConfig = [&options]
     {
-        fs::create_directories(region.dataFolder);
+        kiv::ServerConfig config = buildConfig(options);
         if (options.configFile.empty())
-        {
-            std::string password = kiv::createInitialAccount(region.usersFile);
-            if (!password.empty())
-                std::cerr << "kiv-server: created the account 'admin' with the password " << password
-                          << "\n            for /manage/ and " << config.adminPath << " (stored in "
-                          << region.usersFile.string() << ")\n";
-        }
-    }
-    kiv::ModuleRegistry registry;
-    loadModules(config, registry);
-    for (const auto& region : config.regions)
-        kiv::importSampleData(region);
-    kiv::raiseOpenFileLimit();
-    std::vector<kiv::Listener> listeners;
-    for (const auto& listenerConfig : config.listeners)
-        listeners.emplace_back(listenerConfig);
-    for (const auto& listener : listeners)
-        std::cerr << "kiv-server: listening on " << listener.url()
-                  << (listener.config().redirectToTls ? " (redirecting to HTTPS)" : "") << " (site "
-                  << config.regions.front().siteRoot.string() << ")" << std::endl;
-    return kiv::runServer(config, registry, listeners, singleProcess);
+            for (const auto& region : config.regions)
+            {
+                fs::create_directories(region.dataFolder);
+                std::string password = kiv::createInitialAccount(region.usersFile);
+                if (!password.empty())
+                    std::cerr << "kiv-server: created the account 'admin' with the password " << password
+                              << "\n            for /manage/ and " << config.adminPath << " (stored in "
+                              << region.usersFile.string() << ")\n";
+            }
+        return config;
+    };
+    return kiv::runServer(loadConfig, singleProcess);
 }
 
 struct RenderOptions
@@ -266,32 +251,15 @@ std::string readPassword()
         std::getline(std::cin, password);
     if (!password.empty() && password.back() == '\r')
         password.pop_back();
-    if (password.empty())
-        throw std::runtime_error("the password is empty");
+    if (std::string problem = kiv::findPasswordProblem(password); !problem.empty())
+        throw std::runtime_error(problem);
     return password;
 }
 
 int check(const CommonOptions& options)
 {
     kiv::ServerConfig config = buildConfig(options);
-    auto problems = kiv::findConfigProblems(config);
-    for (const auto& listener : config.listeners)
-        if (listener.isTls())
-            if (std::string problem = kiv::findTlsProblem(listener.tlsCertificate, listener.tlsKey);
-                !problem.empty())
-                problems.push_back(problem);
-    kiv::ModuleRegistry registry;
-    for (const auto& module : config.modules)
-    {
-        try
-        {
-            registry.load(module);
-        }
-        catch (const std::exception& error)
-        {
-            problems.push_back(error.what());
-        }
-    }
+    auto problems = kiv::findServingProblems(config);
     for (const auto& problem : problems)
         std::cerr << "kiv-server: " << problem << "\n";
     if (!problems.empty())
@@ -304,12 +272,48 @@ int check(const CommonOptions& options)
     return 0;
 }
 
+// The server's version, and each module's as it registered itself when initialised.
+std::string versionText()
+{
+    std::string text = "kiv-server " KIV_VERSION "\n";
+    fs::path module = kiv::findDefaultModule(programPath());
+    if (module.empty())
+        return text + "no module found beside the program\n";
+    kiv::openServerLog("/dev/null"); // the modules' start-up notes are not the answer
+    kiv::ModuleRegistry registry;
+    kiv::ModuleRecord& record = registry.load(module);
+    kiv::ModuleHost host(registry);
+    host.initializeAll();
+    text += record.displayName() + " " +
+            (record.version.empty() ? "(no version registered)" : record.version) + " (" + module.string() +
+            ")\n";
+    host.terminateAll();
+    return text;
+}
+
+// Every line of an error, each with the program's name.
+void printError(const std::string& message)
+{
+    size_t start = 0;
+    while (start <= message.size())
+    {
+        size_t end = std::min(message.find('\n', start), message.size());
+        std::cerr << "kiv-server: " << message.substr(start, end - start) << "\n";
+        start = end + 1;
+    }
+}
+
 } // namespace
 
 int main(int argc, char** argv)
 {
     CLI::App app{"kiv-server: a web server for pages with module tags"};
     app.require_subcommand(1);
+    // --help shows every command with all its options.
+    app.set_help_flag();
+    app.set_help_all_flag("-h,--help", "print every command with all its options, and exit");
+    app.set_version_flag("--version", versionText,
+                         "print the versions of the server and its module, and exit");
 
     CommonOptions serveOptions;
     bool singleProcess = false;
@@ -345,6 +349,8 @@ int main(int argc, char** argv)
     addCommonOptions(*checkCommand, checkOptions);
     addTlsOptions(*checkCommand, checkOptions);
 
+    kiv::DatabaseCommands databaseCommands(app);
+
     CLI11_PARSE(app, argc, argv);
     try
     {
@@ -359,10 +365,12 @@ int main(int argc, char** argv)
         }
         if (checkCommand->parsed())
             return check(checkOptions);
+        if (databaseCommands.parsed())
+            return databaseCommands.run();
     }
     catch (const std::exception& error)
     {
-        std::cerr << "kiv-server: " << error.what() << "\n";
+        printError(error.what());
         return 1;
     }
     return 0;

@@ -17,4 +17,7 @@ if(TARGET kiv-server AND TARGET kivdatabase)
                      -DVERSION=${PROJECT_VERSION} -DSERVER=$<TARGET_FILE:kiv-server>
                      -DMODULE=$<TARGET_FILE:kivdatabase> -DGENERATOR=${CMAKE_GENERATOR}
                      -P ${CMAKE_CURRENT_SOURCE_DIR}/packaging/CheckPackage.cmake)
+    # `kiv-server --version` initialises the module and unloads it at exit; under the sanitizer
+    # what the module keeps for its process's life then shows as leaked, as for `render`.
+    set_tests_properties(kiv_packaging_deb PROPERTIES ENVIRONMENT "ASAN_OPTIONS=detect_leaks=0")
 endif()

@@ -52,6 +52,38 @@ std::string renderDatabases(RequestContext& request)
     return html + "</table>\n</section>\n";
 }
 
+// The numbers the modules' preference forms ask for, with the range each may take. A module
+// stores the text it is sent and reads it as a number later, so "1e9" would become 1 and
+// 4294967297 would wrap around: such a form is refused before the module sees it. The
+// Database Module's form allows five digits for its result limit.
+struct NumericPreference
+{
+    std::string_view control;
+    std::string_view label;
+    uint32_t minimum;
+    uint32_t maximum;
+};
+constexpr NumericPreference kNumericPreferences[] = {{"maxResults", "The search result limit", 1, 99999}};
+
+// Why the posted preferences cannot be stored; empty when they can. An empty value is left to
+// the module, which takes its default.
+std::string findPreferenceProblem(const NameValueList& form)
+{
+    for (const auto& preference : kNumericPreferences)
+    {
+        const std::string* value = findValue(form, preference.control);
+        if (!value || value->empty())
+            continue;
+        bool digits = value->size() <= 10 && value->find_first_not_of("0123456789") == std::string::npos;
+        uint64_t number = digits ? std::stoull(*value) : 0;
+        if (!digits || number < preference.minimum || number > preference.maximum)
+            return std::string(preference.label) + " must be a whole number from " +
+                   std::to_string(preference.minimum) + " to " + std::to_string(preference.maximum) +
+                   ", not \"" + value->substr(0, 40) + "\".";
+    }
+    return {};
+}
+
 } // namespace
 
 std::string AdminPage::renderModule(size_t index, ModuleRecord& module, RequestContext& request)
@@ -89,6 +121,7 @@ void AdminPage::handle(RequestContext& request, HttpResponse& response)
 {
     auto& modules = myHost.registry().modules();
     std::string notice;
+    int status = 200;
     if (request.request.method == "POST")
     {
         const std::string* chosen = findValue(request.postArguments, kModuleField);
@@ -102,14 +135,26 @@ void AdminPage::handle(RequestContext& request, HttpResponse& response)
             return;
         }
         ModuleRecord& module = *modules[index];
-        ModuleCallResult result = myHost.call(module, kKivRequest_SetPreferences, &request);
         const RegionConfig& region = request.region.region;
-        writeServerLog(
-            result.code == 0 ? LogKind::Note : LogKind::Warning, {region.name, request.urlPath, ""},
-            "preferences of " + module.displayName() + " saved by " +
-                (request.request.user.empty() ? std::string("-") : request.request.user) +
-                (result.code == 0 ? "" : " (module answered " + fourCharacterCode(result.code) + ")"));
-        notice = "<p class=\"notice\">Preferences of " + htmlEncode(module.displayName()) + " saved.</p>\n";
+        const std::string user = request.request.user.empty() ? std::string("-") : request.request.user;
+        if (std::string problem = findPreferenceProblem(request.postArguments); !problem.empty())
+        {
+            writeServerLog(LogKind::Warning, {region.name, request.urlPath, ""},
+                           "preferences of " + module.displayName() + " from " + user +
+                               " refused: " + problem);
+            notice = "<p class=\"refused\">Not saved: " + htmlEncode(problem) + "</p>\n";
+            status = 400;
+        }
+        else
+        {
+            ModuleCallResult result = myHost.call(module, kKivRequest_SetPreferences, &request);
+            writeServerLog(
+                result.code == 0 ? LogKind::Note : LogKind::Warning, {region.name, request.urlPath, ""},
+                "preferences of " + module.displayName() + " saved by " + user +
+                    (result.code == 0 ? "" : " (module answered " + fourCharacterCode(result.code) + ")"));
+            notice =
+                "<p class=\"notice\">Preferences of " + htmlEncode(module.displayName()) + " saved.</p>\n";
+        }
     }
 
     std::string html =
@@ -124,7 +169,7 @@ void AdminPage::handle(RequestContext& request, HttpResponse& response)
         html += renderModule(i, *modules[i], request);
     html += renderDatabases(request);
     html += "</body></html>\n";
-    response.status = 200;
+    response.status = status;
     response.body = std::move(html);
     response.setHeader("Content-Type", "text/html; charset=ISO-8859-1");
 }

@@ -1,10 +1,13 @@
 // Configuration parsing (toml++) and its checks.
 #include "config/ServerConfig.h"
 
+#include "common/SafePaths.h"
 #include "common/Text.h"
 
 #include <toml++/toml.h>
 
+#include <algorithm>
+#include <arpa/inet.h>
 #include <fstream>
 #include <sstream>
 
@@ -22,241 +25,382 @@ fs::path resolvePath(const fs::path& base, const std::string& text)
     return (path.is_absolute() ? path : base / path).lexically_normal();
 }
 
-template <typename T>
-T readNumber(const toml::table& table, std::string_view key, T fallback, T minimum, T maximum)
+// Every problem of a configuration file, each with the file and line it concerns, so that one
+// run of `kiv-server check` lists them all.
+class Problems
 {
-    auto node = table[key];
-    if (!node)
-        return fallback;
-    auto value = node.value<int64_t>();
-    if (!value || *value < static_cast<int64_t>(minimum) || *value > static_cast<int64_t>(maximum))
-        throw ConfigError("'" + std::string(key) + "' must be a number from " + std::to_string(minimum) +
-                          " to " + std::to_string(maximum));
-    return static_cast<T>(*value);
-}
+public:
+    explicit Problems(std::string source) : mySource(std::move(source)) {}
 
-std::string readString(const toml::table& table, std::string_view key, const std::string& fallback)
-{
-    auto node = table[key];
-    if (!node)
-        return fallback;
-    auto value = node.value<std::string>();
-    if (!value)
-        throw ConfigError("'" + std::string(key) + "' must be a string");
-    return *value;
-}
-
-bool readBool(const toml::table& table, std::string_view key, bool fallback)
-{
-    auto node = table[key];
-    if (!node)
-        return fallback;
-    auto value = node.value<bool>();
-    if (!value)
-        throw ConfigError("'" + std::string(key) + "' must be true or false");
-    return *value;
-}
-
-std::vector<std::string> readStrings(const toml::table& table, std::string_view key,
-                                     const std::vector<std::string>& fallback)
-{
-    auto node = table[key];
-    if (!node)
-        return fallback;
-    const toml::array* array = node.as_array();
-    if (!array)
-        throw ConfigError("'" + std::string(key) + "' must be a list of strings");
-    std::vector<std::string> values;
-    for (const auto& element : *array)
+    void add(const toml::source_region& where, const std::string& message)
     {
-        auto value = element.value<std::string>();
-        if (!value)
-            throw ConfigError("'" + std::string(key) + "' must be a list of strings");
-        values.push_back(*value);
+        myLines.push_back(mySource + ":" + std::to_string(where.begin.line) + ": " + message);
     }
-    return values;
-}
+    void throwIfAny() const
+    {
+        if (myLines.empty())
+            return;
+        std::string text;
+        for (const auto& line : myLines)
+            text += (text.empty() ? "" : "\n") + line;
+        throw ConfigError(text);
+    }
 
-std::vector<UserAccount> readUsers(const toml::table& table)
+private:
+    std::string mySource;
+    std::vector<std::string> myLines;
+};
+
+// Reads the keys of one table. A key it was not asked for is an error when the table is
+// finished: a misspelt key would otherwise change nothing, silently. A value of the wrong type
+// or out of range is reported and leaves the default.
+class TableReader
+{
+public:
+    TableReader(const toml::table& table, std::string name, Problems& problems)
+        : myTable(table), myName(std::move(name)), myProblems(problems)
+    {
+    }
+    ~TableReader() = default;
+    TableReader(const TableReader&) = delete;
+    TableReader& operator=(const TableReader&) = delete;
+
+    const toml::node* find(std::string_view key)
+    {
+        myKnown.emplace_back(key);
+        return myTable.get(key);
+    }
+
+    template <typename T> T number(std::string_view key, T fallback, T minimum, T maximum)
+    {
+        const toml::node* node = find(key);
+        if (!node)
+            return fallback;
+        const toml::value<int64_t>* value = node->as_integer();
+        if (!value || value->get() < static_cast<int64_t>(minimum) ||
+            static_cast<uint64_t>(value->get()) > static_cast<uint64_t>(maximum))
+        {
+            problem(*node, "'" + std::string(key) + "' must be a whole number from " +
+                               std::to_string(minimum) + " to " + std::to_string(maximum));
+            return fallback;
+        }
+        return static_cast<T>(value->get());
+    }
+
+    std::string string(std::string_view key, const std::string& fallback)
+    {
+        const toml::node* node = find(key);
+        if (!node)
+            return fallback;
+        if (const toml::value<std::string>* value = node->as_string())
+            return value->get();
+        problem(*node, "'" + std::string(key) + "' must be a string");
+        return fallback;
+    }
+
+    bool boolean(std::string_view key, bool fallback)
+    {
+        const toml::node* node = find(key);
+        if (!node)
+            return fallback;
+        if (const toml::value<bool>* value = node->as_boolean())
+            return value->get();
+        problem(*node, "'" + std::string(key) + "' must be true or false");
+        return fallback;
+    }
+
+    std::vector<std::string> strings(std::string_view key, const std::vector<std::string>& fallback)
+    {
+        const toml::node* node = find(key);
+        if (!node)
+            return fallback;
+        const toml::array* array = node->as_array();
+        std::vector<std::string> values;
+        if (array)
+            for (const auto& element : *array)
+                if (const toml::value<std::string>* value = element.as_string())
+                    values.push_back(value->get());
+        if (!array || values.size() != array->size())
+        {
+            problem(*node, "'" + std::string(key) + "' must be a list of strings");
+            return fallback;
+        }
+        return values;
+    }
+
+    // One of the words in choices; fallback when absent or not one of them.
+    template <typename T>
+    T choice(std::string_view key, T fallback, std::initializer_list<std::pair<std::string_view, T>> choices)
+    {
+        const toml::node* node = find(key);
+        if (!node)
+            return fallback;
+        std::string allowed;
+        if (const toml::value<std::string>* value = node->as_string())
+            for (const auto& [word, meaning] : choices)
+                if (value->get() == word)
+                    return meaning;
+        for (const auto& [word, meaning] : choices)
+            allowed += (allowed.empty() ? "\"" : ", \"") + std::string(word) + "\"";
+        problem(*node, "'" + std::string(key) + "' must be one of " + allowed);
+        return fallback;
+    }
+
+    // A sub-table (such as [region.users]); null, with a problem, when the key is not a table.
+    const toml::table* table(std::string_view key)
+    {
+        const toml::node* node = find(key);
+        if (node && !node->is_table())
+            problem(*node, "'" + std::string(key) + "' must be a table");
+        return node ? node->as_table() : nullptr;
+    }
+
+    void problem(const toml::node& node, const std::string& message)
+    {
+        myProblems.add(node.source(), message + " (in " + myName + ")");
+    }
+    void problem(const std::string& message) { problem(myTable, message); }
+
+    // Reports every key that no read asked for.
+    void finish()
+    {
+        for (const auto& [key, node] : myTable)
+            if (std::find(myKnown.begin(), myKnown.end(), key.str()) == myKnown.end())
+                myProblems.add(key.source(), "unknown key '" + std::string(key.str()) + "' in " + myName);
+    }
+
+private:
+    const toml::table& myTable;
+    std::string myName;
+    Problems& myProblems;
+    std::vector<std::string> myKnown;
+};
+
+std::vector<UserAccount> readUsers(const toml::table& table, Problems& problems)
 {
     std::vector<UserAccount> users;
     for (const auto& [name, node] : table)
     {
-        auto hash = node.value<std::string>();
-        if (!hash)
-            throw ConfigError("the password hash of user '" + std::string(name.str()) + "' must be a string");
-        users.push_back({std::string(name.str()), *hash});
+        if (const toml::value<std::string>* hash = node.as_string())
+            users.push_back({std::string(name.str()), hash->get()});
+        else
+            problems.add(node.source(),
+                         "the password hash of user '" + std::string(name.str()) + "' must be a string");
     }
     return users;
 }
 
 // The keys of kRegionPolicyKeys.
-void readRegionPolicy(const toml::table& table, const std::string& regionName, RegionPolicy& policy)
+void readRegionPolicy(TableReader& table, RegionPolicy& policy)
 {
-    policy.encodeFields = readBool(table, "encode_fields", policy.encodeFields);
-    policy.contentSecurityPolicy = readString(table, "content_security_policy", policy.contentSecurityPolicy);
+    policy.encodeFields = table.boolean("encode_fields", policy.encodeFields);
+    policy.contentSecurityPolicy = table.string("content_security_policy", policy.contentSecurityPolicy);
     for (const char c : policy.contentSecurityPolicy)
         if (static_cast<unsigned char>(c) < 0x20 || c == 0x7F)
-            throw ConfigError("region '" + regionName +
-                              "': 'content_security_policy' holds a control character");
-    policy.writesNeedPost = readBool(table, "writes_need_post", policy.writesNeedPost);
+        {
+            table.problem(*table.find("content_security_policy"),
+                          "'content_security_policy' holds a control character");
+            break;
+        }
+    policy.writesNeedPost = table.boolean("writes_need_post", policy.writesNeedPost);
     policy.publicWritesPerMinute =
-        readNumber(table, "public_write_rate", policy.publicWritesPerMinute, 0, 1000000);
-    policy.refuseMarkup = readBool(table, "refuse_markup", !policy.encodeFields);
-    policy.refuseMarkupTags = readStrings(table, "refuse_markup_tags", policy.refuseMarkupTags);
-    policy.directoryListing = readBool(table, "directory_listing", policy.directoryListing);
+        table.number("public_write_rate", policy.publicWritesPerMinute, 0, 1000000);
+    policy.refuseMarkup = table.boolean("refuse_markup", !policy.encodeFields);
+    policy.refuseMarkupTags = table.strings("refuse_markup_tags", policy.refuseMarkupTags);
+    policy.directoryListing = table.boolean("directory_listing", policy.directoryListing);
 }
 
-RegionConfig readRegion(const toml::table& table, const fs::path& base, size_t index)
+RegionConfig readRegion(TableReader& table, const fs::path& base, size_t index, Problems& problems)
 {
     RegionConfig region;
-    region.name = readString(table, "name", index == 0 ? "default" : "region" + std::to_string(index + 1));
-    region.hostNames = readStrings(table, "hosts", {});
+    region.name = table.string("name", index == 0 ? "default" : "region" + std::to_string(index + 1));
+    region.hostNames = table.strings("hosts", {});
     for (auto& host : region.hostNames)
         host = toLower(host);
-    std::string root = readString(table, "root", "");
+    std::string root = table.string("root", "");
     if (root.empty())
-        throw ConfigError("region '" + region.name + "' needs a 'root' (its site folder)");
+        table.problem("region '" + region.name + "' needs a 'root' (its site folder)");
     region.siteRoot = resolvePath(base, root);
-    std::string data = readString(table, "data", "");
+    std::string data = table.string("data", "");
     region.dataFolder = data.empty() ? fs::path(region.siteRoot.string() + "-data") : resolvePath(base, data);
-    std::string exports = readString(table, "exports_folder", "");
+    std::string exports = table.string("exports_folder", "");
     if (!exports.empty())
         region.exportsFolder = resolvePath(base, exports);
-    std::string language = readString(table, "language", "en");
+    std::string language = table.string("language", "en");
     region.language = languageCode(language);
     if (region.language == 0)
-        throw ConfigError("region '" + region.name + "': unknown language '" + language + "' (en, fr or es)");
-    region.pageExtensions = readStrings(table, "page_extensions", region.pageExtensions);
+    {
+        table.problem(*table.find("language"), "unknown language '" + language + "' (en, fr or es)");
+        region.language = languageCode("en");
+    }
+    region.pageExtensions = table.strings("page_extensions", region.pageExtensions);
     for (auto& extension : region.pageExtensions)
         if (extension.empty() || extension[0] != '.')
             extension = "." + extension;
-    region.indexFiles = readStrings(table, "index_files", region.indexFiles);
-    region.pageCharset = readString(table, "charset", region.pageCharset);
-    region.showErrors = readBool(table, "show_errors", region.showErrors);
-    region.protectedPaths = readStrings(table, "protected", {});
-    readRegionPolicy(table, region.name, region.policy);
+    region.indexFiles = table.strings("index_files", region.indexFiles);
+    region.pageCharset = table.string("charset", region.pageCharset);
+    region.showErrors = table.boolean("show_errors", region.showErrors);
+    region.protectedPaths = table.strings("protected", {});
+    readRegionPolicy(table, region.policy);
     for (const auto& prefix : region.protectedPaths)
         if (prefix.empty() || prefix[0] != '/')
-            throw ConfigError("region '" + region.name + "': protected path '" + prefix +
-                              "' must start with /");
-    if (auto users = table["users"].as_table())
-        region.users = readUsers(*users);
-    std::string usersFile = readString(table, "users_file", "");
+            table.problem(*table.find("protected"), "protected path '" + prefix + "' must start with /");
+    if (const toml::table* users = table.table("users"))
+        region.users = readUsers(*users, problems);
+    std::string usersFile = table.string("users_file", "");
     if (!usersFile.empty())
         region.usersFile = resolvePath(base, usersFile);
     return region;
 }
 
 // The keys a listener has, in [server] (with listen = the address) and in each [[listen]].
-void readListener(const toml::table& table, std::string_view addressKey, const fs::path& base,
+void readListener(TableReader& table, std::string_view addressKey, const fs::path& base,
                   ListenerConfig& listener)
 {
-    listener.address = readString(table, addressKey, listener.address);
-    listener.port = readNumber(table, "port", listener.port, 0, 65535);
-    std::string certificate = readString(table, "tls_cert", "");
-    std::string key = readString(table, "tls_key", "");
+    listener.address = table.string(addressKey, listener.address);
+    listener.port = table.number("port", listener.port, 0, 65535);
+    std::string certificate = table.string("tls_cert", "");
+    std::string key = table.string("tls_key", "");
     if (certificate.empty() != key.empty())
-        throw ConfigError("listener " + listener.address + ":" + std::to_string(listener.port) +
-                          ": 'tls_cert' and 'tls_key' go together");
+        table.problem("listener " + listener.address + ":" + std::to_string(listener.port) +
+                      ": 'tls_cert' and 'tls_key' go together");
     if (!certificate.empty())
     {
         listener.tlsCertificate = resolvePath(base, certificate);
         listener.tlsKey = resolvePath(base, key);
     }
-    listener.redirectToTls = readBool(table, "redirect_to_tls", listener.redirectToTls);
+    listener.redirectToTls = table.boolean("redirect_to_tls", listener.redirectToTls);
 }
 
-void readLimits(const toml::table& limits, ServerLimits& l)
+void readServer(TableReader& server, const fs::path& base, ServerConfig& config)
 {
-    l.maxRequestLine = readNumber<size_t>(limits, "max_request_line", l.maxRequestLine, 64, 1 << 20);
-    l.maxHeaderBytes = readNumber<size_t>(limits, "max_header_bytes", l.maxHeaderBytes, 256, 1 << 24);
-    l.maxHeaderCount = readNumber<size_t>(limits, "max_headers", l.maxHeaderCount, 1, 10000);
-    l.maxBodyBytes = readNumber<size_t>(limits, "max_body_bytes", l.maxBodyBytes, 0, size_t(1) << 34);
-    l.headerTimeoutSeconds = readNumber(limits, "header_timeout", l.headerTimeoutSeconds, 1, 3600);
-    l.bodyTimeoutSeconds = readNumber(limits, "body_timeout", l.bodyTimeoutSeconds, 1, 36000);
-    l.keepAliveTimeoutSeconds = readNumber(limits, "keep_alive_timeout", l.keepAliveTimeoutSeconds, 0, 3600);
-    l.writeTimeoutSeconds = readNumber(limits, "write_timeout", l.writeTimeoutSeconds, 1, 3600);
+    readListener(server, "listen", base, config.listeners.front());
+    config.gzip = server.boolean("gzip", config.gzip);
+    config.hstsMaxAgeSeconds = server.number("hsts_max_age", config.hstsMaxAgeSeconds, 0, 100000000);
+    config.workers = server.number("workers", config.workers, 0, 256);
+    config.threadsPerWorker = server.number("threads", config.threadsPerWorker, 1, 1024);
+    config.adminPath = server.string("admin_path", config.adminPath);
+    if (config.adminPath.empty() || config.adminPath[0] != '/')
+    {
+        server.problem(*server.find("admin_path"), "'admin_path' must start with /");
+        config.adminPath = "/kiv-admin/";
+    }
+    if (config.adminPath.back() != '/')
+        config.adminPath += '/';
+    if (server.find("modules"))
+    {
+        config.modulesConfigured = true;
+        for (const auto& module : server.strings("modules", {}))
+            config.modules.push_back(resolvePath(base, module));
+    }
+    std::string serverLog = server.string("server_log", "");
+    if (!serverLog.empty())
+        config.serverLog = resolvePath(base, serverLog);
+    std::string accessLog = server.string("access_log", "");
+    if (!accessLog.empty())
+        config.accessLog = resolvePath(base, accessLog);
+    config.statusAccess = server.choice("status_access", config.statusAccess,
+                                        {{"local", StatusAccess::LocalOrLogin},
+                                         {"login", StatusAccess::Login},
+                                         {"public", StatusAccess::Public}});
+}
+
+void readLimits(TableReader& limits, ServerLimits& l)
+{
+    l.maxRequestLine = limits.number<size_t>("max_request_line", l.maxRequestLine, 64, 1 << 20);
+    l.maxHeaderBytes = limits.number<size_t>("max_header_bytes", l.maxHeaderBytes, 256, 1 << 24);
+    l.maxHeaderCount = limits.number<size_t>("max_headers", l.maxHeaderCount, 1, 10000);
+    l.maxBodyBytes = limits.number<size_t>("max_body_bytes", l.maxBodyBytes, 0, size_t(1) << 34);
+    l.headerTimeoutSeconds = limits.number("header_timeout", l.headerTimeoutSeconds, 1, 3600);
+    l.bodyTimeoutSeconds = limits.number("body_timeout", l.bodyTimeoutSeconds, 1, 36000);
+    l.keepAliveTimeoutSeconds = limits.number("keep_alive_timeout", l.keepAliveTimeoutSeconds, 0, 3600);
+    l.writeTimeoutSeconds = limits.number("write_timeout", l.writeTimeoutSeconds, 1, 3600);
     l.maxRequestsPerConnection =
-        readNumber(limits, "max_requests_per_connection", l.maxRequestsPerConnection, 1, 100000);
-    l.maxConnections = readNumber(limits, "max_connections", l.maxConnections, 1, 1000000);
+        limits.number("max_requests_per_connection", l.maxRequestsPerConnection, 1, 100000);
+    l.maxConnections = limits.number("max_connections", l.maxConnections, 1, 1000000);
     l.maxConnectionsPerAddress =
-        readNumber(limits, "max_connections_per_address", l.maxConnectionsPerAddress, 1, 1000000);
-    l.maxQueuedRequests = readNumber(limits, "max_queued_requests", l.maxQueuedRequests, 1, 1000000);
-    l.loginThreads = readNumber(limits, "login_threads", l.loginThreads, 1, 64);
-    l.maxQueuedLogins = readNumber(limits, "max_queued_logins", l.maxQueuedLogins, 1, 100000);
-    l.maxLoginFailures = readNumber(limits, "max_login_failures", l.maxLoginFailures, 1, 100000);
-    l.loginBlockSeconds = readNumber(limits, "login_block", l.loginBlockSeconds, 1, 86400);
+        limits.number("max_connections_per_address", l.maxConnectionsPerAddress, 1, 1000000);
+    l.maxQueuedRequests = limits.number("max_queued_requests", l.maxQueuedRequests, 1, 1000000);
+    l.loginThreads = limits.number("login_threads", l.loginThreads, 1, 64);
+    l.maxQueuedLogins = limits.number("max_queued_logins", l.maxQueuedLogins, 1, 100000);
+    l.maxLoginFailures = limits.number("max_login_failures", l.maxLoginFailures, 1, 100000);
+    l.loginBlockSeconds = limits.number("login_block", l.loginBlockSeconds, 1, 86400);
+}
+
+// The tables of an array of tables ([[listen]], [[region]]), each read by readOne.
+template <typename ReadOne>
+void readTables(TableReader& document, std::string_view key, Problems& problems, ReadOne readOne)
+{
+    const toml::node* node = document.find(key);
+    if (!node)
+        return;
+    const toml::array* array = node->as_array();
+    if (!array || !array->is_array_of_tables())
+    {
+        document.problem(*node, "'" + std::string(key) + "' must be written [[" + std::string(key) + "]]");
+        return;
+    }
+    for (size_t i = 0; i < array->size(); ++i)
+    {
+        TableReader table(*(*array)[i].as_table(), "[[" + std::string(key) + "]] " + std::to_string(i + 1),
+                          problems);
+        readOne(table, i);
+        table.finish();
+    }
+}
+
+// Whether folder is the site root or lies below it, after following symbolic links.
+bool isInsideSite(const RegionConfig& region, const fs::path& folder)
+{
+    std::error_code rootError, folderError;
+    fs::path root = fs::weakly_canonical(region.siteRoot, rootError);
+    fs::path real = fs::weakly_canonical(folder, folderError);
+    return !rootError && !folderError && isInsideFolder(root, real);
 }
 
 } // namespace
 
-ServerConfig parseConfig(std::string_view tomlText, const fs::path& baseFolder)
+ServerConfig parseConfig(std::string_view tomlText, const fs::path& baseFolder, const std::string& sourceName)
 {
     toml::table document;
     try
     {
-        document = toml::parse(tomlText);
+        document = toml::parse(tomlText, sourceName);
     }
     catch (const toml::parse_error& error)
     {
         std::ostringstream message;
-        message << "line " << error.source().begin.line << ": " << error.description();
+        message << sourceName << ":" << error.source().begin.line << ": " << error.description();
         throw ConfigError(message.str());
     }
 
     ServerConfig config;
-    if (auto server = document["server"].as_table())
+    Problems problems(sourceName);
+    TableReader top(document, "the file", problems);
+    auto section = [&](std::string_view key, auto readOne)
     {
-        readListener(*server, "listen", baseFolder, config.listeners.front());
-        config.gzip = readBool(*server, "gzip", config.gzip);
-        config.hstsMaxAgeSeconds =
-            readNumber(*server, "hsts_max_age", config.hstsMaxAgeSeconds, 0, 100000000);
-        config.workers = readNumber(*server, "workers", config.workers, 0, 256);
-        config.threadsPerWorker = readNumber(*server, "threads", config.threadsPerWorker, 1, 1024);
-        config.adminPath = readString(*server, "admin_path", config.adminPath);
-        if (config.adminPath.empty() || config.adminPath[0] != '/')
-            throw ConfigError("'admin_path' must start with /");
-        if (config.adminPath.back() != '/')
-            config.adminPath += '/';
-        if ((*server)["modules"])
+        if (const toml::table* table = top.table(key))
         {
-            config.modulesConfigured = true;
-            for (const auto& module : readStrings(*server, "modules", {}))
-                config.modules.push_back(resolvePath(baseFolder, module));
+            TableReader reader(*table, "[" + std::string(key) + "]", problems);
+            readOne(reader);
+            reader.finish();
         }
-        std::string serverLog = readString(*server, "server_log", "");
-        if (!serverLog.empty())
-            config.serverLog = resolvePath(baseFolder, serverLog);
-        std::string accessLog = readString(*server, "access_log", "");
-        if (!accessLog.empty())
-            config.accessLog = resolvePath(baseFolder, accessLog);
-    }
-    if (auto listeners = document["listen"].as_array())
-    {
-        for (const auto& node : *listeners)
-        {
-            const toml::table* table = node.as_table();
-            if (!table)
-                throw ConfigError("every [[listen]] must be a table");
-            config.listeners.emplace_back();
-            readListener(*table, "address", baseFolder, config.listeners.back());
-        }
-    }
-    if (auto limits = document["limits"].as_table())
-        readLimits(*limits, config.limits);
-    if (auto regions = document["region"].as_array())
-    {
-        for (size_t i = 0; i < regions->size(); ++i)
-        {
-            const toml::table* table = (*regions)[i].as_table();
-            if (!table)
-                throw ConfigError("every [[region]] must be a table");
-            config.regions.push_back(readRegion(*table, baseFolder, i));
-        }
-    }
-    if (config.regions.empty())
-        throw ConfigError("the configuration names no [[region]]");
+    };
+    section("server", [&](TableReader& server) { readServer(server, baseFolder, config); });
+    readTables(top, "listen", problems,
+               [&](TableReader& table, size_t)
+               {
+                   config.listeners.emplace_back();
+                   readListener(table, "address", baseFolder, config.listeners.back());
+               });
+    section("limits", [&](TableReader& limits) { readLimits(limits, config.limits); });
+    readTables(top, "region", problems,
+               [&](TableReader& table, size_t index)
+               { config.regions.push_back(readRegion(table, baseFolder, index, problems)); });
+    top.finish();
+    if (config.regions.empty() && !top.find("region"))
+        problems.add(document.source(), "the configuration names no [[region]]");
+    problems.throwIfAny();
     return config;
 }
 
@@ -268,7 +412,7 @@ ServerConfig loadConfigFile(const fs::path& file)
     std::ostringstream text;
     text << in.rdbuf();
     fs::path base = fs::absolute(file).parent_path();
-    return parseConfig(text.str(), base);
+    return parseConfig(text.str(), base, file.string());
 }
 
 RegionConfig makeDefaultRegion(const fs::path& siteRoot, const fs::path& dataFolder)
@@ -293,6 +437,18 @@ std::vector<std::string> findConfigProblems(const ServerConfig& config)
         if (!fs::is_directory(region.siteRoot, error))
             problems.push_back("region '" + region.name + "': site root " + region.siteRoot.string() +
                                " is not a folder");
+        else
+        {
+            // Everything in the site root can be downloaded: databases, preferences, accounts
+            // and exported files would be too.
+            const std::pair<const char*, const fs::path*> folders[] = {
+                {"data folder", &region.dataFolder}, {"exports folder", &region.exportsFolder}};
+            for (const auto& [what, folder] : folders)
+                if (!folder->empty() && isInsideSite(region, *folder))
+                    problems.push_back("region '" + region.name + "': " + what + " " + folder->string() +
+                                       " lies inside the site root " + region.siteRoot.string() +
+                                       ", where visitors could download it; move it beside the site");
+        }
         for (const auto& user : region.users)
             if (user.passwordHash.rfind("$argon2id$", 0) != 0)
                 problems.push_back("region '" + region.name + "': user '" + user.name +
@@ -315,6 +471,11 @@ std::vector<std::string> findConfigProblems(const ServerConfig& config)
     for (const auto& listener : config.listeners)
     {
         std::string where = "listener " + listener.address + ":" + std::to_string(listener.port);
+        in_addr address{};
+        if (inet_pton(AF_INET, listener.address.c_str(), &address) != 1)
+            problems.push_back(where + ": '" + listener.address +
+                               "' is not an IPv4 address (IPv6 addresses and host names are not supported; "
+                               "0.0.0.0 listens on every IPv4 address)");
         if (listener.redirectToTls && listener.isTls())
             problems.push_back(where + " speaks HTTPS itself; 'redirect_to_tls' is for a plain listener");
         else if (listener.redirectToTls && !anyTls)
@@ -365,11 +526,14 @@ std::vector<UserAccount> readUsersFile(const fs::path& file)
     try
     {
         toml::table table = toml::parse_file(file.string());
-        return readUsers(table);
+        Problems problems(file.string());
+        std::vector<UserAccount> users = readUsers(table, problems);
+        problems.throwIfAny();
+        return users;
     }
     catch (const toml::parse_error& error)
     {
-        throw ConfigError(file.string() + " line " + std::to_string(error.source().begin.line) + ": " +
+        throw ConfigError(file.string() + ":" + std::to_string(error.source().begin.line) + ": " +
                           std::string(error.description()));
     }
 }

@@ -77,6 +77,14 @@ struct ListenerConfig
     bool isTls() const { return !tlsCertificate.empty(); }
 };
 
+// Who may read /kiv-status/health and /kiv-status/metrics.
+enum class StatusAccess
+{
+    LocalOrLogin, // clients on this machine (not through a proxy), and logged-in users
+    Login,        // logged-in users only
+    Public        // anyone
+};
+
 struct ServerConfig
 {
     // The first is [server] listen/port (and its tls_cert/tls_key); [[listen]] tables add more.
@@ -90,6 +98,7 @@ struct ServerConfig
     std::filesystem::path accessLog;  // empty: standard error
     bool gzip = true;                 // text bodies over 1 KB, for clients that accept it
     int hstsMaxAgeSeconds = 31536000; // Strict-Transport-Security over TLS; 0: not sent
+    StatusAccess statusAccess = StatusAccess::LocalOrLogin;
     ServerLimits limits;
     std::vector<RegionConfig> regions;
 };
@@ -100,9 +109,11 @@ public:
     using std::runtime_error::runtime_error;
 };
 
-// Parses a configuration; relative paths are taken from baseFolder. Throws ConfigError
-// with the offending key or line.
-ServerConfig parseConfig(std::string_view tomlText, const std::filesystem::path& baseFolder);
+// Parses a configuration; relative paths are taken from baseFolder. Unknown keys, values of
+// the wrong type and values out of range are errors: ConfigError lists every one, a line
+// each, as "sourceName:line: what".
+ServerConfig parseConfig(std::string_view tomlText, const std::filesystem::path& baseFolder,
+                         const std::string& sourceName = "configuration");
 ServerConfig loadConfigFile(const std::filesystem::path& file);
 
 // The region used when there is no configuration file.

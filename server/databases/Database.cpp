@@ -428,7 +428,8 @@ uint32_t Database::executeSearch(std::string_view text)
                         "search: the long text field " + quoteValue(message) + " cannot be ordered");
         return fail(code, message, "search: " + message);
     }
-    return guarded(
+    const auto started = std::chrono::steady_clock::now();
+    const uint32_t code = guarded(
         [&]() -> uint32_t
         {
             myTable->prepareSearch(query);
@@ -436,6 +437,9 @@ uint32_t Database::executeSearch(std::string_view text)
             mySearchActive = true;
             return kKivResult_Success;
         });
+    if (myEvents.searched)
+        myEvents.searched(std::chrono::steady_clock::now() - started);
+    return code;
 }
 
 void Database::ensureResults()
@@ -561,34 +565,59 @@ uint32_t Database::exportRecords(std::string_view file, std::string_view fieldLi
     return kKivResult_EndOfFile;
 }
 
-uint32_t Database::importRecords(std::string_view file, uint32_t& count)
+namespace
+{
+std::string valueCountProblem(size_t values, size_t fields)
+{
+    return ": " + std::to_string(values) + " values, but the header names " + std::to_string(fields) +
+           " fields.";
+}
+} // namespace
+
+struct Database::ImportFile
 {
     std::filesystem::path source;
-    std::string why;
-    if (const uint32_t code = myFiles.resolve(file, source, why); code != kKivResult_Success)
-        return fail(code, why, "import: " + why);
-    std::ifstream in(source, std::ios::binary);
-    if (!in)
-        return fail(result::kFileError,
-                    "The import file " + quoteValue(myFiles.shownName(source)) + " cannot be opened.");
-    CsvReader reader(in);
+    std::ifstream in;
+    CsvReader reader{in};
     std::vector<std::string> header;
-    if (!reader.readRow(header))
+};
+
+uint32_t Database::openImportFile(std::string_view file, ImportFile& import)
+{
+    std::string why;
+    if (const uint32_t code = myFiles.resolve(file, import.source, why); code != kKivResult_Success)
+        return fail(code, why, "import: " + why);
+    import.in.open(import.source, std::ios::binary);
+    if (!import.in)
+        return fail(result::kFileError,
+                    "The import file " + quoteValue(myFiles.shownName(import.source)) + " cannot be opened.");
+    if (!import.reader.readRow(import.header))
         return fail(result::kImportFailed,
-                    reader.error().empty()
+                    import.reader.error().empty()
                         ? "The import file is empty: it needs a header row naming the fields."
-                        : reader.error());
+                        : import.reader.error());
+    return kKivResult_Success;
+}
+
+uint32_t Database::resolveColumns(const ImportFile& import, std::vector<size_t>& columns, std::string& why)
+{
+    return resolveImportHeader(
+        import.header, [this](std::string_view name) { return fieldIndex(name); },
+        [this](size_t index) { return fields()[index].name; }, name(), columns, why);
+}
+
+uint32_t Database::importRecords(std::string_view file, uint32_t& count)
+{
+    ImportFile import;
+    if (const uint32_t code = openImportFile(file, import); code != kKivResult_Success)
+        return code;
+    std::string why;
     std::vector<size_t> columns;
-    const auto resolveHeader = [&]()
-    {
-        return resolveImportHeader(
-            header, [this](std::string_view name) { return fieldIndex(name); },
-            [this](size_t index) { return fields()[index].name; }, name(), columns, why);
-    };
+    const auto resolveHeader = [&]() { return resolveColumns(import, columns, why); };
     uint32_t imported = 0;
     if (resolveHeader() == kKivResult_Success)
     {
-        if (const uint32_t code = importRows(reader, columns, imported); code != kKivResult_Success)
+        if (const uint32_t code = importRows(import.reader, columns, imported); code != kKivResult_Success)
             return code;
     }
     else
@@ -597,17 +626,19 @@ uint32_t Database::importRecords(std::string_view file, uint32_t& count)
             return fail(result::kImportFailed, why);
         // A database that has no fields yet takes its fields from the file.
         std::vector<std::string> created;
-        if (const uint32_t code = createImportFields(source, header, created); code != kKivResult_Success)
+        if (const uint32_t code = createImportFields(import.source, import.header, created);
+            code != kKivResult_Success)
             return code;
         uint32_t code = resolveHeader() == kKivResult_Success ? uint32_t(kKivResult_Success)
                                                               : fail(result::kImportFailed, why);
         if (code == kKivResult_Success)
         {
-            std::ifstream again(source, std::ios::binary);
+            std::ifstream again(import.source, std::ios::binary);
             CsvReader rows(again);
             std::vector<std::string> skipped;
             if (!again || !rows.readRow(skipped))
-                code = fail(result::kFileError, "The import file " + quoteValue(myFiles.shownName(source)) +
+                code = fail(result::kFileError, "The import file " +
+                                                    quoteValue(myFiles.shownName(import.source)) +
                                                     " cannot be read again.");
             else
                 code = importRows(rows, columns, imported);
@@ -731,25 +762,12 @@ uint32_t Database::importRows(CsvReader& reader, const std::vector<size_t>& colu
                         std::to_string(reader.rowStartLine()) + ")";
                 if (cells.size() == 1 && cells[0].empty() && columns.size() > 1)
                     continue; // a blank line
-                if (cells.size() != columns.size())
-                    return fail(result::kImportFailed, where + ": " + std::to_string(cells.size()) +
-                                                           " values, but the header names " +
-                                                           std::to_string(columns.size()) + " fields.");
                 std::vector<FieldValue> values = defaultValues();
                 std::vector<bool> given(fields().size(), false);
-                for (size_t i = 0; i < columns.size(); ++i)
-                {
-                    const FieldDefinition& field = fields()[columns[i]];
-                    if (field.autoUnique() && trimBlanks(cells[i]).empty())
-                        continue; // assigned like any added record
-                    std::string why;
-                    if (convert(columns[i], std::string_view(cells[i]), values[columns[i]], why) !=
-                        kKivResult_Success)
-                        return fail(result::kImportFailed, where + ", field " + field.name + ": " +
-                                                               quoteValue(cells[i]) + " " + why);
-                    given[columns[i]] = true;
-                    explicitIDs = explicitIDs || field.autoUnique();
-                }
+                if (const std::string problem = rowProblem(cells, columns, values, given); !problem.empty())
+                    return fail(result::kImportFailed, where + problem);
+                for (const size_t column : columns)
+                    explicitIDs = explicitIDs || (given[column] && fields()[column].autoUnique());
                 myTable->insertRow(values, given);
                 ++count;
             }
@@ -763,6 +781,96 @@ uint32_t Database::importRows(CsvReader& reader, const std::vector<size_t>& colu
     if (code == kKivResult_Success || code == result::kImportFailed || code == result::kConnectionLost)
         return code;
     return fail(result::kImportFailed, (where.empty() ? "" : where + ": ") + myMessage);
+}
+
+std::string Database::rowProblem(const std::vector<std::string>& cells, const std::vector<size_t>& columns,
+                                 std::vector<FieldValue>& values, std::vector<bool>& given) const
+{
+    if (cells.size() != columns.size())
+        return valueCountProblem(cells.size(), columns.size());
+    for (size_t i = 0; i < columns.size(); ++i)
+    {
+        const FieldDefinition& field = fields()[columns[i]];
+        if (field.autoUnique() && trimBlanks(cells[i]).empty())
+            continue; // assigned like any added record
+        std::string why;
+        if (convert(columns[i], std::string_view(cells[i]), values[columns[i]], why) != kKivResult_Success)
+            return ", field " + field.name + ": " + quoteValue(cells[i]) + " " + why;
+        given[columns[i]] = true;
+    }
+    return {};
+}
+
+uint32_t Database::checkImport(std::string_view file, std::vector<std::string>& problems, uint32_t& rows)
+{
+    ImportFile import;
+    if (const uint32_t code = openImportFile(file, import); code != kKivResult_Success)
+        return code;
+    std::vector<size_t> columns;
+    std::string why;
+    // A database without fields of its own takes them from the header; its values then only
+    // need to be as many as the header's columns.
+    const bool fieldsFromHeader = resolveColumns(import, columns, why) != kKivResult_Success;
+    if (fieldsFromHeader && !mayCreateImportFields())
+        problems.push_back("line 1: " + why);
+    rows = 0;
+    std::vector<std::string> cells;
+    while (import.reader.readRow(cells))
+    {
+        ++rows;
+        if (cells.size() == 1 && cells[0].empty() && import.header.size() > 1)
+            continue; // a blank line
+        const std::string where = "line " + std::to_string(import.reader.rowStartLine());
+        std::vector<FieldValue> values = defaultValues();
+        std::vector<bool> given(fields().size(), false);
+        if (fieldsFromHeader && cells.size() != import.header.size())
+            problems.push_back(where + ": " + std::to_string(cells.size()) +
+                               " values, but the header names " + std::to_string(import.header.size()) +
+                               " fields.");
+        else if (!fieldsFromHeader)
+            if (const std::string problem = rowProblem(cells, columns, values, given); !problem.empty())
+                problems.push_back(where + problem);
+    }
+    if (!import.reader.error().empty())
+        problems.push_back(import.reader.error());
+    myMessage.clear();
+    return kKivResult_Success;
+}
+
+uint32_t Database::addIndex(std::string_view first, std::string_view second)
+{
+    const auto a = fieldIndex(first);
+    if (!a)
+        return fieldNotFound(first);
+    const auto b = fieldIndex(second);
+    if (!b)
+        return fieldNotFound(second);
+    if (*a == *b)
+        return fail(kKivResult_InvalidValue, "An index on two fields needs two different fields.");
+    return guarded(
+        [&]() -> uint32_t
+        {
+            myTable->addIndex(*a, *b);
+            myMessage.clear();
+            return kKivResult_Success;
+        });
+}
+
+uint32_t Database::listIndexes(std::vector<std::vector<std::string>>& indexes)
+{
+    return guarded(
+        [&]() -> uint32_t
+        {
+            indexes.clear();
+            for (const auto& positions : myTable->indexes())
+            {
+                std::vector<std::string> names;
+                for (const size_t position : positions)
+                    names.push_back(fields()[position].name);
+                indexes.push_back(std::move(names));
+            }
+            return kKivResult_Success;
+        });
 }
 
 } // namespace kiv::db

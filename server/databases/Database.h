@@ -9,8 +9,10 @@
 #include "Store.h"
 #include "results/ResultCursor.h"
 
+#include <chrono>
 #include <cstdint>
 #include <filesystem>
+#include <fstream>
 #include <functional>
 #include <memory>
 #include <optional>
@@ -30,6 +32,8 @@ struct DatabaseEvents
 {
     std::function<void(uint32_t code, const std::string& line)> failure;
     std::function<void(const std::string& line)> warning;
+    // How long a search took to run (counted, its first window ready), for the server's metrics.
+    std::function<void(std::chrono::steady_clock::duration took)> searched;
 };
 
 class Database
@@ -80,6 +84,15 @@ public:
     // result was written.
     uint32_t exportRecords(std::string_view file, std::string_view fieldList, uint32_t& count);
     uint32_t importRecords(std::string_view file, uint32_t& count);
+    // An import that writes nothing: each row the import would refuse (a wrong number of values,
+    // a value its field cannot take) as "line N: why" in `problems`, all of them; `rows` counts
+    // the rows read. Values that would break a unique index are found only by the import.
+    uint32_t checkImport(std::string_view file, std::vector<std::string>& problems, uint32_t& rows);
+
+    // Indexes declared from the shell: one on two fields (searches that compare the first and
+    // sort by the second read their matches in order), and the indexes there are, by field names.
+    uint32_t addIndex(std::string_view first, std::string_view second);
+    uint32_t listIndexes(std::vector<std::vector<std::string>>& indexes);
 
 private:
     struct Record
@@ -107,6 +120,15 @@ private:
     void ensureResults();
     void afterSchemaChange();
     uint32_t importRows(CsvReader& reader, const std::vector<size_t>& columns, uint32_t& count);
+    // Why the row cannot be imported ("3 values, but ..."); empty when its values were converted
+    // into `values`, the fields they set marked in `given`.
+    std::string rowProblem(const std::vector<std::string>& cells, const std::vector<size_t>& columns,
+                           std::vector<FieldValue>& values, std::vector<bool>& given) const;
+    // An import file, open, with its header row read.
+    struct ImportFile;
+    uint32_t openImportFile(std::string_view file, ImportFile& import);
+    // The fields the header names, in column order; 0, or the code with `why`.
+    uint32_t resolveColumns(const ImportFile& import, std::vector<size_t>& columns, std::string& why);
     bool mayCreateImportFields() const;
     uint32_t createImportFields(const std::filesystem::path& source, const std::vector<std::string>& header,
                                 std::vector<std::string>& created);

@@ -91,6 +91,27 @@ uint32_t DatabaseService::listDatabases(std::vector<std::string>& names)
     return code == kKivResult_Success ? code : fail(code, message);
 }
 
+uint32_t DatabaseService::checkDatabase(const std::string& name, std::vector<std::string>& problems)
+{
+    std::string message;
+    const uint32_t code = myCatalogue->checkDatabase(name, problems, message);
+    return code == kKivResult_Success ? code : fail(code, message);
+}
+
+uint32_t DatabaseService::backupDatabase(const std::string& name, const std::filesystem::path& folder)
+{
+    std::string message;
+    const uint32_t code = myCatalogue->backupDatabase(name, folder, message);
+    return code == kKivResult_Success ? code : fail(code, message);
+}
+
+uint32_t DatabaseService::restoreDatabase(const std::string& name, const std::filesystem::path& folder)
+{
+    std::string message;
+    const uint32_t code = myCatalogue->restoreDatabase(name, folder, message);
+    return code == kKivResult_Success ? code : fail(code, message);
+}
+
 uint32_t DatabaseService::openDatabase(const std::string& name, OpenMode mode, OpenIntent intent,
                                        const std::string& uniqueIDFieldName, DatabaseHandle& handle)
 {
@@ -101,7 +122,12 @@ uint32_t DatabaseService::openDatabase(const std::string& name, OpenMode mode, O
     request.uniqueIDFieldName = std::string(trimBlanks(uniqueIDFieldName));
     std::unique_ptr<Table> table;
     std::string message;
-    if (const uint32_t code = myCatalogue->openDatabase(request, table, message); code != kKivResult_Success)
+    const std::string_view store = usesDataSource() ? "odbc" : "embedded";
+    const auto started = std::chrono::steady_clock::now();
+    const uint32_t opened = myCatalogue->openDatabase(request, table, message);
+    if (myEnvironment.timing)
+        myEnvironment.timing(TimedStep::Open, store, std::chrono::steady_clock::now() - started);
+    if (const uint32_t code = opened; code != kKivResult_Success)
     {
         std::string line;
         std::vector<std::string> names;
@@ -122,7 +148,10 @@ uint32_t DatabaseService::openDatabase(const std::string& name, OpenMode mode, O
         ++myNextHandle;
     handle = myNextHandle++;
     DatabaseEvents events{[this](uint32_t code, const std::string& line) { noteFailure(code, line); },
-                          myEnvironment.warning};
+                          myEnvironment.warning, nullptr};
+    if (myEnvironment.timing)
+        events.searched = [timing = myEnvironment.timing, store](std::chrono::steady_clock::duration took)
+        { timing(TimedStep::Search, store, took); };
     myOpen.emplace(handle, std::make_unique<Database>(std::move(table), myFiles, std::move(events)));
     return kKivResult_Success;
 }

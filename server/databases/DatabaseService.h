@@ -23,6 +23,12 @@
 namespace kiv::db
 {
 
+enum class TimedStep
+{
+    Open,
+    Search
+};
+
 struct ServiceEnvironment
 {
     std::filesystem::path dataFolder; // the region's data folder: every embedded database lives here
@@ -38,6 +44,10 @@ struct ServiceEnvironment
     bool durableCommits = false;
     // Where warnings go (a text stored longer than its field's length); none: dropped.
     std::function<void(const std::string& line)> warning;
+    // How long each open and each search took, and in which store ("embedded", "odbc"), for
+    // the server's metrics; none: not reported.
+    std::function<void(TimedStep step, std::string_view store, std::chrono::steady_clock::duration took)>
+        timing;
 };
 
 enum class OpenMode
@@ -96,6 +106,12 @@ public:
         return myCatalogue->typeOfWord(typeBits, type);
     }
     uint32_t typeNamed(std::string_view name, TypeDescription& type);
+
+    // Maintenance from the shell (kiv-server db check, backup, restore): see Catalogue in
+    // Store.h. A backup folder holds "<name>.kivdb" files and is itself a data folder.
+    uint32_t checkDatabase(const std::string& name, std::vector<std::string>& problems);
+    uint32_t backupDatabase(const std::string& name, const std::filesystem::path& folder);
+    uint32_t restoreDatabase(const std::string& name, const std::filesystem::path& folder);
 
     // 'MDEI': for an open handle its last message; for a code, the service's own text for its
     // last failure with that code, else the code's explanation (empty for a success).

@@ -10,6 +10,7 @@
 
 #include <cstdint>
 #include <exception>
+#include <filesystem>
 #include <memory>
 #include <optional>
 #include <stdexcept>
@@ -109,6 +110,12 @@ public:
     // A chance to prepare for a search before it runs (the embedded store's two-field index).
     virtual void prepareSearch(const search::Query&) {}
 
+    // Indexes declared from the shell (kiv-server db index): one on two fields, in that order,
+    // for searches that compare the first and sort by the second; and the indexes there are, as
+    // lists of field positions. A store that keeps no indexes of its own throws StoreError.
+    virtual void addIndex(size_t first, size_t second);
+    virtual std::vector<std::vector<size_t>> indexes();
+
     // A failure of a step as a code and a message; a store that sees its connection lost
     // marks it so that the next request opens a new one.
     virtual uint32_t failureOf(const std::exception& error, std::string& message) = 0;
@@ -149,6 +156,18 @@ public:
     virtual bool typeAt(size_t index, TypeDescription& type) = 0;
     virtual bool typeOfWord(uint32_t typeBits, TypeDescription& type) = 0;
     virtual bool typeNamed(std::string_view name, TypeDescription& type) = 0;
+
+    // Maintenance from the shell (kiv-server db check, backup, restore), for a store whose
+    // databases are files the server keeps. check lists every problem it finds (none: the
+    // database is sound); backup writes a consistent copy while others go on writing; restore
+    // puts such a copy in place under the exclusive lock. A data source answers 'MUnF': its
+    // own server has the tools for that.
+    virtual uint32_t checkDatabase(const std::string& name, std::vector<std::string>& problems,
+                                   std::string& message);
+    virtual uint32_t backupDatabase(const std::string& name, const std::filesystem::path& target,
+                                    std::string& message);
+    virtual uint32_t restoreDatabase(const std::string& name, const std::filesystem::path& source,
+                                     std::string& message);
 };
 
 } // namespace kiv::db

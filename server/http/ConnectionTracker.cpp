@@ -1,6 +1,8 @@
 // Connection counting and eviction.
 #include "http/ConnectionTracker.h"
 
+#include "process/Metrics.h"
+
 namespace kiv
 {
 
@@ -40,6 +42,7 @@ ConnectionTracker::Admission ConnectionTracker::admit(Member& member, const std:
     member.myIdleSince = now;
     myMembers.insert(&member);
     ++myPerAddress[address];
+    metrics::connectionOpened();
     return Admission::Admitted;
 }
 
@@ -49,6 +52,7 @@ void ConnectionTracker::leave(Member& member)
         return;
     member.myTracker = nullptr;
     myMembers.erase(&member);
+    metrics::connectionClosed();
     auto count = myPerAddress.find(member.myAddress);
     if (count != myPerAddress.end() && --count->second == 0)
         myPerAddress.erase(count);

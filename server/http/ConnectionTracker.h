@@ -25,7 +25,7 @@ public:
         virtual ~Member();
         // Close now: the worker needs the room.
         virtual void evict() = 0;
-        // The worker stops: close, unless a request is being answered.
+        // The worker stops: close if idle between requests; otherwise finish the request first.
         virtual void stopServing() = 0;
 
     private:

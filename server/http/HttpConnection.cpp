@@ -14,6 +14,7 @@
 #include "http/RequestReader.h"
 #include "http/ResponseMessage.h"
 #include "http/TlsContext.h"
+#include "process/Metrics.h"
 
 #include <boost/asio/ssl/stream.hpp>
 #include <boost/asio/steady_timer.hpp>
@@ -145,9 +146,11 @@ public:
 
     void stopServing() override
     {
-        // A request being answered is finished first (onWritten then closes, seeing that the
-        // worker stops); everything else closes now.
-        if (myPhase != Phase::Waiting && myPhase != Phase::Writing)
+        // Only a connection idle between requests closes now (its client must expect that of
+        // keep-alive). A request being read or answered is finished first, and so is the first
+        // request of a connection just accepted, whose client has sent it or is about to:
+        // onWritten then closes, seeing that the worker stops. The deadlines bound the wait.
+        if (myPhase == Phase::Idle && myServed > 0)
             close();
     }
 
@@ -356,6 +359,7 @@ private:
     void dispatch()
     {
         disarm();
+        myRequestStart = Clock::now();
         myPhase = Phase::Waiting;
         ++myServed;
         HttpRequest& request = myReader.request();
@@ -445,6 +449,7 @@ private:
         auto delay = std::max(byAddress.delay, byUser.delay);
         if (delay.count() == 0)
             return render(); // the site answers with the login prompt
+        metrics::countThrottledLogin(false);
         unsigned generation = ++myDeadline;
         myTimer.expires_after(delay);
         myTimer.async_wait(
@@ -465,6 +470,7 @@ private:
 
     void refuseLogin(int seconds)
     {
+        metrics::countThrottledLogin(true);
         HttpResponse response = makeErrorResponse(429, "Too many failed logins. Try again later.");
         setRetryAfter(response, seconds);
         answer(std::move(response));
@@ -521,6 +527,10 @@ private:
         if (kTls && my.config.hstsMaxAgeSeconds > 0)
             response.setHeader("Strict-Transport-Security",
                                "max-age=" + std::to_string(my.config.hstsMaxAgeSeconds));
+        auto now = Clock::now();
+        metrics::countRequest(request.region, response.status,
+                              myRequestStart == Clock::time_point() ? Clock::duration() : now - myRequestStart);
+        myRequestStart = Clock::time_point();
         ResponseFraming framing{myHeadRequest, myKeepAlive};
         myAccess = {myAddress,
                     request.user,
@@ -665,6 +675,7 @@ private:
     std::optional<HttpResponse> myRefusal; // for a TLS refusal, until the handshake is done
     std::optional<beast::http::message_generator> myResponse;
     AccessRecord myAccess;
+    Clock::time_point myRequestStart; // of the request being answered, for the metrics
     size_t myDrained = 0;
 };
 

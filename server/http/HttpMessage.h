@@ -26,6 +26,7 @@ struct HttpRequest
     uint16_t localPort = 0;
     bool secure = false; // arrived over TLS
     std::string user;    // set once HTTP authentication succeeded
+    std::string region;  // set by the site: the region that answers (for the metrics)
 
     // The first header of this name (case-insensitive), or nullptr.
     const std::string* header(std::string_view name) const;

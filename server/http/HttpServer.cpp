@@ -51,7 +51,7 @@ private:
 
     void onAccept(boost::system::error_code error, tcp::socket socket)
     {
-        if (error == asio::error::operation_aborted || my.stopping)
+        if (error == asio::error::operation_aborted || (error && my.stopping))
             return;
         if (error)
         {
@@ -67,8 +67,11 @@ private:
                 });
             return;
         }
+        // A connection the kernel handed over just as the worker began to stop is served
+        // all the same: its client has sent its request, and dropping it would reset it.
         startConnection(std::move(socket), myListener, my);
-        accept();
+        if (!my.stopping)
+            accept();
     }
 
     ConnectionContext& my;

@@ -6,6 +6,7 @@
 #include <arpa/inet.h>
 #include <cerrno>
 #include <cstring>
+#include <fcntl.h>
 #include <netinet/in.h>
 #include <stdexcept>
 #include <sys/socket.h>
@@ -37,6 +38,15 @@ Listener::Listener(const ListenerConfig& config) : myConfig(config)
     socklen_t length = sizeof socketAddress;
     ::getsockname(mySocket.get(), reinterpret_cast<sockaddr*>(&socketAddress), &length);
     myPort = ntohs(socketAddress.sin_port);
+}
+
+Listener::Listener(const ListenerConfig& config, const Listener& bound) : myConfig(config), myPort(bound.myPort)
+{
+    if (config.isTls())
+        myTls = std::make_unique<TlsContext>(config.tlsCertificate, config.tlsKey);
+    mySocket.reset(::fcntl(bound.descriptor(), F_DUPFD_CLOEXEC, 0));
+    if (!mySocket.isOpen())
+        throw std::runtime_error("cannot keep listening on " + url() + ": " + std::strerror(errno));
 }
 
 Listener::~Listener() = default;

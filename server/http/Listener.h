@@ -20,6 +20,10 @@ public:
     // Binds and listens; port 0 picks a free port (see port()). Throws std::runtime_error
     // naming the address, or the TLS file that cannot be used.
     explicit Listener(const ListenerConfig& config);
+    // A reload: shares the bound socket of a listener of the same address and port (a
+    // duplicate descriptor), so that no connection waiting in it is lost and the old listener
+    // goes on serving until its workers are done, with the TLS files of config read again.
+    Listener(const ListenerConfig& config, const Listener& bound);
     ~Listener();
     Listener(Listener&&) noexcept;
     Listener& operator=(Listener&&) noexcept;

@@ -1,10 +1,14 @@
 // Server and access logs.
 #include "logging/Log.h"
 
+#include "common/FileDescriptor.h"
+
+#include <atomic>
 #include <cerrno>
 #include <cstring>
 #include <ctime>
 #include <fcntl.h>
+#include <mutex>
 #include <stdexcept>
 #include <sys/time.h>
 #include <unistd.h>
@@ -15,19 +19,47 @@ namespace kiv
 namespace
 {
 
-int ourServerLogDescriptor = STDERR_FILENO;
-int ourAccessLogDescriptor = STDERR_FILENO;
+// A log's descriptor number never changes once it names a file: reopening puts the new file
+// behind the same number (dup3), so a thread writing meanwhile writes whole lines to the old
+// file or the new one, never to a closed or reused descriptor.
+struct LogTarget
+{
+    std::atomic<int> descriptor{STDERR_FILENO};
+    std::filesystem::path file; // empty: standard error
+};
+
+LogTarget ourServerLog;
+LogTarget ourAccessLog;
+std::mutex ourReopenMutex;
 
 int openLogFile(const std::filesystem::path& file)
 {
-    if (file.empty())
-        return STDERR_FILENO;
     std::error_code ignored;
     std::filesystem::create_directories(file.parent_path(), ignored);
     int descriptor = ::open(file.c_str(), O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0640);
     if (descriptor < 0)
         throw std::runtime_error("cannot open log " + file.string() + ": " + std::strerror(errno));
     return descriptor;
+}
+
+void openLog(LogTarget& log, const std::filesystem::path& file)
+{
+    std::lock_guard<std::mutex> lock(ourReopenMutex);
+    int current = log.descriptor.load();
+    if (file.empty())
+    {
+        if (current != STDERR_FILENO)
+            ::dup3(STDERR_FILENO, current, O_CLOEXEC);
+    }
+    else
+    {
+        FileDescriptor fresh(openLogFile(file));
+        if (current == STDERR_FILENO)
+            log.descriptor.store(fresh.release());
+        else if (::dup3(fresh.get(), current, O_CLOEXEC) < 0)
+            throw std::runtime_error("cannot reopen log " + file.string() + ": " + std::strerror(errno));
+    }
+    log.file = file;
 }
 
 void writeLine(int descriptor, std::string line)
@@ -57,25 +89,28 @@ std::string sanitized(std::string_view text)
     return clean;
 }
 
-// Logs are opened at start-up, before any thread writes; a log opened again closes the old file.
-void replaceLog(int& descriptor, const std::filesystem::path& file)
-{
-    int fresh = openLogFile(file);
-    if (descriptor != STDERR_FILENO)
-        ::close(descriptor);
-    descriptor = fresh;
-}
-
 } // namespace
 
 void openServerLog(const std::filesystem::path& file)
 {
-    replaceLog(ourServerLogDescriptor, file);
+    openLog(ourServerLog, file);
 }
 
 void openAccessLog(const std::filesystem::path& file)
 {
-    replaceLog(ourAccessLogDescriptor, file);
+    openLog(ourAccessLog, file);
+}
+
+void reopenLogs()
+{
+    std::filesystem::path serverLog, accessLog;
+    {
+        std::lock_guard<std::mutex> lock(ourReopenMutex);
+        serverLog = ourServerLog.file;
+        accessLog = ourAccessLog.file;
+    }
+    openServerLog(serverLog);
+    openAccessLog(accessLog);
 }
 
 std::string_view logKindName(LogKind kind)
@@ -114,7 +149,7 @@ void writeServerLog(LogKind kind, const LogContext& context, std::string_view me
     if (!context.tag.empty())
         line += " tag=" + sanitized(context.tag);
     line += ": " + sanitized(message);
-    writeLine(ourServerLogDescriptor, std::move(line));
+    writeLine(ourServerLog.descriptor.load(), std::move(line));
 }
 
 void writeAccessLog(const AccessRecord& record)
@@ -142,7 +177,7 @@ void writeAccessLog(const AccessRecord& record)
                        std::to_string(record.bytesSent) + " " +
                        quoted(record.referer.empty() ? "-" : record.referer) + " " +
                        quoted(record.userAgent.empty() ? "-" : record.userAgent);
-    writeLine(ourAccessLogDescriptor, std::move(line));
+    writeLine(ourAccessLog.descriptor.load(), std::move(line));
 }
 
 } // namespace kiv

@@ -40,9 +40,11 @@ struct AccessRecord
 };
 
 // Sends the server log to file (empty: standard error). Throws std::runtime_error when
-// the file cannot be opened.
+// the file cannot be opened; the log then stays where it was. Safe while other threads write.
 void openServerLog(const std::filesystem::path& file);
 void openAccessLog(const std::filesystem::path& file);
+// Opens both logs again by their names, after logrotate renamed them (SIGUSR1, SIGHUP).
+void reopenLogs();
 
 void writeServerLog(LogKind kind, const LogContext& context, std::string_view message);
 void writeAccessLog(const AccessRecord& record);

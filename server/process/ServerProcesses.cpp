@@ -1,18 +1,23 @@
 // Master and worker processes.
 #include "process/ServerProcesses.h"
 
-#include "http/HttpServer.h"
 #include "logging/Log.h"
-#include "region/RegionState.h"
-#include "services/ModuleHost.h"
-#include "site/SiteHandler.h"
+#include "process/Generation.h"
+#include "process/Metrics.h"
+#include "process/MetricsRegistry.h"
+#include "process/Signals.h"
+#include "process/SystemdNotify.h"
+#include "process/Worker.h"
 
 #include <atomic>
 #include <cerrno>
 #include <chrono>
 #include <csignal>
 #include <cstring>
+#include <fcntl.h>
 #include <map>
+#include <poll.h>
+#include <sys/prctl.h>
 #include <sys/resource.h>
 #include <sys/wait.h>
 #include <thread>
@@ -24,55 +29,29 @@ namespace kiv
 namespace
 {
 
-std::atomic<bool> ourStopRequested{false};
-static_assert(std::atomic<bool>::is_always_lock_free, "the stop flag is set from a signal handler");
-
-extern "C" void requestStop(int)
-{
-    ourStopRequested.store(true);
-}
-
-void installSignalHandlers()
-{
-    struct sigaction action
-    {
-    };
-    action.sa_handler = requestStop;
-    sigemptyset(&action.sa_mask);
-    action.sa_flags = 0; // no SA_RESTART: a blocked waitpid must return to look at the flag
-    sigaction(SIGTERM, &action, nullptr);
-    sigaction(SIGINT, &action, nullptr);
-    signal(SIGPIPE, SIG_IGN);
-}
-
 using Clock = std::chrono::steady_clock;
+using std::chrono::milliseconds;
 
-struct WorkerProcess
-{
-    Clock::time_point started;
-};
+// How long workers told to stop get to finish their requests before they are killed.
+constexpr auto kStopTime = std::chrono::seconds(30);
+// How long new workers get to initialise their modules and start serving.
+constexpr auto kStartTime = std::chrono::seconds(60);
+// A worker that dies sooner than this after its start is replaced only after this pause, so
+// that a module that crashes on every start does not make a tight loop.
+constexpr auto kRestartPause = std::chrono::seconds(1);
 
-pid_t startWorker(const ServerConfig& config, ModuleRegistry& modules, const std::vector<Listener>& listeners)
+// Sends the logs to the files of config; a file that cannot be opened leaves its log where it was.
+void openLogsOf(const ServerConfig& config)
 {
-    pid_t pid = ::fork();
-    if (pid == 0)
+    try
     {
-        int status = 1;
-        try
-        {
-            status = runWorker(config, modules, listeners);
-        }
-        catch (const std::exception& error)
-        {
-            writeServerLog(LogKind::Failure, {}, std::string("worker failed: ") + error.what());
-        }
-        // The master's objects (module libraries, logs) belong to the master; leave without
-        // running its destructors a second time.
-        ::_exit(status);
+        openServerLog(config.serverLog);
+        openAccessLog(config.accessLog);
     }
-    if (pid < 0)
-        writeServerLog(LogKind::Failure, {}, std::string("cannot start a worker: ") + std::strerror(errno));
-    return pid;
+    catch (const std::exception& error)
+    {
+        writeServerLog(LogKind::Error, {}, std::string(error.what()) + "; the log goes on to the old file");
+    }
 }
 
 std::string describeExit(int status)
@@ -83,30 +62,368 @@ std::string describeExit(int status)
     return "exited with status " + std::to_string(WEXITSTATUS(status));
 }
 
-void stopWorkers(std::map<pid_t, WorkerProcess>& workers)
+std::string describeServing(const Generation& generation, int workers)
 {
-    for (const auto& [pid, worker] : workers)
+    std::string text = "serving " + std::to_string(generation.config.regions.size()) + " region(s) on";
+    for (const auto& listener : generation.listeners)
+        text += " " + listener.url();
+    return text + " with " + std::to_string(workers) + " worker(s), configuration " +
+           std::to_string(generation.number);
+}
+
+std::string oneLine(std::string text)
+{
+    for (size_t at = text.find('\n'); at != std::string::npos; at = text.find('\n', at))
+        text.replace(at, 1, "; ");
+    return text;
+}
+
+// A pipe on which each worker of a batch writes one byte once it serves; its end tells the
+// master that every worker of the batch has either written or died.
+struct ReadyPipe
+{
+    FileDescriptor readEnd;
+    FileDescriptor writeEnd;
+
+    ReadyPipe()
+    {
+        int ends[2];
+        if (::pipe2(ends, O_CLOEXEC) == 0)
+        {
+            readEnd.reset(ends[0]);
+            writeEnd.reset(ends[1]);
+        }
+    }
+
+    // Counts the workers that say they serve, up to expected, until the deadline.
+    int countReady(int expected)
+    {
+        writeEnd.reset();
+        int ready = 0;
+        auto deadline = Clock::now() + kStartTime;
+        while (readEnd.isOpen() && ready < expected)
+        {
+            auto left = std::chrono::duration_cast<milliseconds>(deadline - Clock::now()).count();
+            pollfd waiting{readEnd.get(), POLLIN, 0};
+            if (left <= 0 || ::poll(&waiting, 1, static_cast<int>(left)) <= 0)
+                break;
+            char bytes[64];
+            ssize_t received = ::read(readEnd.get(), bytes, sizeof bytes);
+            if (received <= 0)
+                break;
+            ready += static_cast<int>(received);
+        }
+        return ready;
+    }
+};
+
+class Master
+{
+public:
+    Master(const ConfigLoader& loadConfig, std::shared_ptr<Generation> first)
+        : myLoadConfig(loadConfig), myCurrent(std::move(first))
+    {
+    }
+
+    int run()
+    {
+        int ready = startBatch(workerCount(myCurrent->config));
+        if (ready == 0)
+        {
+            writeServerLog(LogKind::Failure, {}, "no worker could start serving; stopping");
+            stopAll();
+            return 1;
+        }
+        writeServerLog(LogKind::Note, {}, "started " + std::to_string(ready) + " workers");
+        notifyReady(describeServing(*myCurrent, ready));
+        bool stopping = false;
+        while (!stopping || !myWorkers.empty())
+        {
+            int signal = waitForSignal(masterSignals(), milliseconds(stopping ? 100 : 1000));
+            if ((signal == SIGTERM || signal == SIGINT) && !stopping)
+            {
+                stopping = true;
+                notifyStopping();
+                writeServerLog(LogKind::Note, {},
+                               "stopping: waiting for the workers to finish their requests");
+                for (auto& [pid, worker] : myWorkers)
+                    stopWorker(pid, worker);
+            }
+            else if (signal == SIGHUP && !stopping)
+                reload();
+            else if (signal == SIGUSR1)
+                reopenAllLogs();
+            reap();
+            killOverdue();
+            if (!stopping)
+                replaceMissing();
+            metrics::setWorkers(currentWorkers());
+        }
+        writeServerLog(LogKind::Note, {}, "server stopped");
+        return 0;
+    }
+
+private:
+    struct Worker
+    {
+        std::shared_ptr<Generation> generation;
+        Clock::time_point started;
+        bool stopping = false;
+        bool killed = false;
+        Clock::time_point deadline; // when stopping: killed after this
+    };
+
+    // Starts count workers of the current generation and waits until they serve; returns how
+    // many do.
+    int startBatch(int count)
+    {
+        ReadyPipe pipe;
+        int started = 0;
+        for (int i = 0; i < count; ++i)
+            started += startWorker(pipe.writeEnd.get(), pipe.readEnd.get()) > 0 ? 1 : 0;
+        return pipe.readEnd.isOpen() ? pipe.countReady(started) : started;
+    }
+
+    pid_t startWorker(int readyWrite = -1, int readyRead = -1)
+    {
+        pid_t master = ::getpid();
+        pid_t pid = ::fork();
+        if (pid == 0)
+            runWorkerProcess(master, readyWrite, readyRead);
+        if (pid < 0)
+        {
+            writeServerLog(LogKind::Failure, {},
+                           std::string("cannot start a worker: ") + std::strerror(errno));
+            return pid;
+        }
+        Worker& worker = myWorkers[pid];
+        worker.generation = myCurrent;
+        worker.started = Clock::now();
+        return pid;
+    }
+
+    [[noreturn]] void runWorkerProcess(pid_t master, int readyWrite, int readyRead)
+    {
+        // The kernel kills this worker when the master dies; a master that died before this
+        // line is seen by the check after it.
+        ::prctl(PR_SET_PDEATHSIG, SIGKILL);
+        if (::getppid() != master)
+            ::_exit(1);
+        if (readyRead >= 0)
+            ::close(readyRead);
+        // The sockets of listeners that only old configurations have must close when their
+        // workers are done, not live on in this one. The process ends with _exit, so the
+        // objects that owned them are never destroyed here.
+        for (const auto& [pid, worker] : myWorkers)
+            if (worker.generation != myCurrent)
+                for (const auto& listener : worker.generation->listeners)
+                    ::close(listener.descriptor());
+        sigset_t child = signalSet({SIGCHLD});
+        ::pthread_sigmask(SIG_UNBLOCK, &child, nullptr);
+        int status = 1;
+        try
+        {
+            WorkerControl control;
+            SignalThread signals(control, master);
+            serveGeneration(*myCurrent, control,
+                            [readyWrite]
+                            {
+                                if (readyWrite >= 0)
+                                {
+                                    [[maybe_unused]] ssize_t ignored = ::write(readyWrite, "r", 1);
+                                    ::close(readyWrite);
+                                }
+                            });
+            status = 0;
+        }
+        catch (const std::exception& error)
+        {
+            writeServerLog(LogKind::Failure, {}, std::string("worker failed: ") + error.what());
+        }
+        // The master's objects (module libraries, logs) belong to the master; leave without
+        // running their destructors a second time.
+        ::_exit(status);
+    }
+
+    int currentWorkers() const
+    {
+        int count = 0;
+        for (const auto& [pid, worker] : myWorkers)
+            count += worker.generation == myCurrent && !worker.stopping ? 1 : 0;
+        return count;
+    }
+
+    void stopWorker(pid_t pid, Worker& worker)
+    {
+        if (worker.stopping)
+            return;
         ::kill(pid, SIGTERM);
-    auto deadline = Clock::now() + std::chrono::seconds(30);
-    while (!workers.empty() && Clock::now() < deadline)
+        worker.stopping = true;
+        worker.deadline = Clock::now() + kStopTime;
+    }
+
+    void stopGeneration(const std::shared_ptr<Generation>& generation)
     {
-        int status = 0;
-        pid_t pid = ::waitpid(-1, &status, WNOHANG);
-        if (pid > 0)
-            workers.erase(pid);
-        else if (pid < 0 && errno == ECHILD)
+        for (auto& [pid, worker] : myWorkers)
+            if (worker.generation == generation)
+                stopWorker(pid, worker);
+    }
+
+    void reap()
+    {
+        while (true)
+        {
+            int status = 0;
+            pid_t pid = ::waitpid(-1, &status, WNOHANG);
+            if (pid <= 0)
+                return;
+            auto found = myWorkers.find(pid);
+            if (found == myWorkers.end())
+                continue;
+            Worker worker = std::move(found->second);
+            myWorkers.erase(found);
+            metrics::forgetProcess(pid);
+            std::string who = "worker " + std::to_string(pid);
+            if (worker.stopping || worker.generation != myCurrent)
+            {
+                bool clean = WIFEXITED(status) && WEXITSTATUS(status) == 0;
+                writeServerLog(clean ? LogKind::Note : LogKind::Warning, {},
+                               who + " of configuration " + std::to_string(worker.generation->number) + " " +
+                                   (clean ? "finished" : describeExit(status)));
+                continue;
+            }
+            writeServerLog(LogKind::Error, {}, who + " " + describeExit(status) + "; starting a new one");
+            metrics::countWorkerRestart();
+            if (Clock::now() - worker.started < kRestartPause)
+                myNextStart = Clock::now() + kRestartPause;
+        }
+    }
+
+    void replaceMissing()
+    {
+        int wanted = workerCount(myCurrent->config);
+        for (int count = currentWorkers(); count < wanted && Clock::now() >= myNextStart; ++count)
+            if (startWorker() <= 0)
+                return;
+    }
+
+    void killOverdue()
+    {
+        auto now = Clock::now();
+        for (auto& [pid, worker] : myWorkers)
+            if (worker.stopping && !worker.killed && now > worker.deadline)
+            {
+                writeServerLog(LogKind::Warning, {},
+                               "worker " + std::to_string(pid) + " did not stop in time; killing it");
+                ::kill(pid, SIGKILL);
+                worker.killed = true;
+            }
+    }
+
+    void reopenAllLogs()
+    {
+        reopenLogsOrWarn();
+        for (const auto& [pid, worker] : myWorkers)
+            ::kill(pid, SIGUSR1);
+        writeServerLog(LogKind::Note, {}, "logs opened again (SIGUSR1)");
+    }
+
+    void refuseReload(const std::string& reason)
+    {
+        writeServerLog(LogKind::Error, {},
+                       "reload refused, configuration " + std::to_string(myCurrent->number) +
+                           " goes on serving: " + oneLine(reason));
+        metrics::countReload(false);
+        notifyReady(describeServing(*myCurrent, currentWorkers()) + " (the last reload was refused)");
+    }
+
+    // SIGHUP: the new configuration's workers start beside the old ones, which are told to
+    // stop once the new ones serve. Both accept on the same sockets meanwhile, so no
+    // connection is refused.
+    void reload()
+    {
+        notifyReloading();
+        writeServerLog(LogKind::Note, {}, "reloading the configuration (SIGHUP)");
+        std::shared_ptr<Generation> next;
+        try
+        {
+            next = prepareGeneration(myLoadConfig(), myCurrent.get());
+        }
+        catch (const std::exception& error)
+        {
+            return refuseReload(error.what());
+        }
+        std::shared_ptr<Generation> previous = myCurrent;
+        openLogsOf(next->config); // before the fork: the new workers inherit the new files
+        myCurrent = next;
+        int ready = startBatch(workerCount(next->config));
+        if (ready == 0)
+        {
+            stopGeneration(next);
+            myCurrent = previous;
+            openLogsOf(previous->config);
+            return refuseReload("no worker could start serving configuration " +
+                                std::to_string(next->number));
+        }
+        stopGeneration(previous);
+        metrics::countReload(true);
+        writeServerLog(LogKind::Note, {},
+                       "reload applied: " + describeServing(*next, ready) +
+                           "; the previous workers finish their requests");
+        notifyReady(describeServing(*next, ready));
+    }
+
+    void stopAll()
+    {
+        for (auto& [pid, worker] : myWorkers)
+            stopWorker(pid, worker);
+        while (!myWorkers.empty())
+        {
+            waitForSignal(signalSet({SIGCHLD}), milliseconds(100));
+            reap();
+            killOverdue();
+        }
+    }
+
+    const ConfigLoader& myLoadConfig;
+    std::shared_ptr<Generation> myCurrent;
+    std::map<pid_t, Worker> myWorkers;
+    Clock::time_point myNextStart;
+};
+
+// --single-process: this process is the only worker; a reload finishes the requests in flight
+// and serves the new configuration on the same sockets.
+int serveInProcess(const ConfigLoader& loadConfig, std::shared_ptr<Generation> generation)
+{
+    WorkerControl control;
+    SignalThread signals(control, 0);
+    while (true)
+    {
+        serveGeneration(*generation, control, [&] { notifyReady(describeServing(*generation, 1)); });
+        if (control.terminate || !control.reload)
             break;
-        else
-            std::this_thread::sleep_for(std::chrono::milliseconds(50));
+        control.reload = false;
+        control.stop = control.terminate.load();
+        notifyReloading();
+        try
+        {
+            std::shared_ptr<Generation> next = prepareGeneration(loadConfig(), generation.get());
+            openLogsOf(next->config);
+            generation = std::move(next);
+            metrics::countReload(true);
+            writeServerLog(LogKind::Note, {}, "reload applied: " + describeServing(*generation, 1));
+        }
+        catch (const std::exception& error)
+        {
+            metrics::countReload(false);
+            writeServerLog(LogKind::Error, {},
+                           "reload refused, configuration " + std::to_string(generation->number) +
+                               " goes on serving: " + oneLine(error.what()));
+        }
     }
-    for (const auto& [pid, worker] : workers)
-    {
-        writeServerLog(LogKind::Warning, {},
-                       "worker " + std::to_string(pid) + " did not stop in time; killing it");
-        ::kill(pid, SIGKILL);
-        ::waitpid(pid, nullptr, 0);
-    }
-    workers.clear();
+    notifyStopping();
+    writeServerLog(LogKind::Note, {}, "server stopped");
+    return 0;
 }
 
 } // namespace
@@ -130,71 +447,22 @@ void raiseOpenFileLimit()
                        std::string("cannot raise the open file limit: ") + std::strerror(errno));
 }
 
-int runWorker(const ServerConfig& config, ModuleRegistry& modules, const std::vector<Listener>& listeners)
+int runServer(const ConfigLoader& loadConfig, bool inProcess)
 {
-    installSignalHandlers();
-    ModuleHost host(modules);
-    host.initializeAll();
-    RegionStates regions(config);
-    SiteHandler site(config, regions, host);
-    HttpServer server(listeners, config, site);
-    server.run(ourStopRequested);
-    host.terminateAll();
-    return 0;
-}
-
-int runServer(const ServerConfig& config, ModuleRegistry& modules, const std::vector<Listener>& listeners,
-              bool inProcess)
-{
-    installSignalHandlers();
+    // Blocked before any thread exists, so that every thread and every worker inherits it.
+    ::sigprocmask(SIG_BLOCK, &masterSignals(), nullptr);
+    ::signal(SIGPIPE, SIG_IGN);
+    ServerConfig config = loadConfig();
+    openServerLog(config.serverLog);
+    openAccessLog(config.accessLog);
+    // Made before the first fork, so that every worker counts into the same memory.
+    MetricsRegistry::instance();
+    std::shared_ptr<Generation> first = prepareGeneration(std::move(config), nullptr);
+    raiseOpenFileLimit();
     if (inProcess)
-    {
-        int status = runWorker(config, modules, listeners);
-        writeServerLog(LogKind::Note, {}, "server stopped");
-        return status;
-    }
-    std::map<pid_t, WorkerProcess> workers;
-    int wanted = workerCount(config);
-    for (int i = 0; i < wanted; ++i)
-        if (pid_t pid = startWorker(config, modules, listeners); pid > 0)
-            workers[pid] = {Clock::now()};
-    writeServerLog(LogKind::Note, {}, "started " + std::to_string(workers.size()) + " workers");
-
-    while (!ourStopRequested.load())
-    {
-        int status = 0;
-        pid_t pid = ::waitpid(-1, &status, 0);
-        if (pid < 0)
-        {
-            if (errno == ECHILD)
-                std::this_thread::sleep_for(std::chrono::milliseconds(200));
-        }
-        else if (auto found = workers.find(pid); found != workers.end())
-        {
-            auto lived = Clock::now() - found->second.started;
-            workers.erase(found);
-            writeServerLog(LogKind::Error, {},
-                           "worker " + std::to_string(pid) + " " + describeExit(status) +
-                               "; starting a new one");
-            // A worker that dies at once would otherwise be restarted in a tight loop.
-            if (lived < std::chrono::seconds(1))
-                for (int i = 0; i < 10 && !ourStopRequested.load(); ++i)
-                    std::this_thread::sleep_for(std::chrono::milliseconds(100));
-        }
-        if (ourStopRequested.load())
-            break;
-        while (static_cast<int>(workers.size()) < wanted)
-        {
-            pid_t started = startWorker(config, modules, listeners);
-            if (started <= 0)
-                break;
-            workers[started] = {Clock::now()};
-        }
-    }
-    writeServerLog(LogKind::Note, {}, "stopping: waiting for the workers to finish their requests");
-    stopWorkers(workers);
-    writeServerLog(LogKind::Note, {}, "server stopped");
-    return 0;
+        return serveInProcess(loadConfig, std::move(first));
+    Master master(loadConfig, std::move(first));
+    return master.run();
 }
 
 } // namespace kiv

@@ -147,6 +147,17 @@ bool UserDirectory::verify(std::string_view user, std::string_view password)
     return false;
 }
 
+std::string findPasswordProblem(std::string_view password)
+{
+    size_t characters = 0;
+    for (char c : password)
+        characters += (static_cast<unsigned char>(c) & 0xC0) != 0x80 ? 1 : 0;
+    if (characters < kMinimumPasswordCharacters)
+        return "the password has " + std::to_string(characters) + " characters; it needs at least " +
+               std::to_string(kMinimumPasswordCharacters);
+    return {};
+}
+
 std::string createInitialAccount(const std::filesystem::path& usersFile)
 {
     std::error_code error;

@@ -31,6 +31,13 @@ private:
     std::set<std::string> myVerified; // digests of accepted (user, password, hash) triples
 };
 
+// `kiv-server passwd` refuses shorter passwords: the accounts guard the editor and the
+// administration page, and a login can be tried from anywhere (throttled, but per worker).
+constexpr size_t kMinimumPasswordCharacters = 12;
+// Why the password is too weak to hash; empty when it is long enough. Characters are counted
+// as UTF-8 code points.
+std::string findPasswordProblem(std::string_view password);
+
 // An argon2id hash for the password (libsodium's interactive limits).
 std::string hashPassword(std::string_view password);
 bool verifyPassword(std::string_view hash, std::string_view password);

@@ -10,7 +10,7 @@ namespace kiv
 
 ModuleCallResult ModuleHost::call(ModuleRecord& module, uint32_t requestCode, RequestContext* request)
 {
-    std::lock_guard<std::mutex> lock(myMutex);
+    std::lock_guard<std::timed_mutex> lock(myMutex);
     ModuleCall call{module, request, {}, {}};
     _KIVAPI_ModuleProcessingInfo info{};
     info.connID_i = &call;
@@ -43,6 +43,7 @@ int ModuleHost::initializeAll()
                            "module " + module->displayName() + " " + module->version + " initialised with " +
                                std::to_string(module->tags.size()) + " tags");
     }
+    myFailedModules = failures;
     return failures;
 }
 
@@ -63,8 +64,18 @@ void ModuleHost::terminateAll()
 
 void ModuleHost::finishRequest(RequestContext& request)
 {
-    std::lock_guard<std::mutex> lock(myMutex);
+    std::lock_guard<std::timed_mutex> lock(myMutex);
     request.closeDatabaseService();
+}
+
+std::string ModuleHost::findCallProblem(std::chrono::milliseconds wait)
+{
+    if (myFailedModules > 0)
+        return std::to_string(myFailedModules) + " module(s) failed to initialise";
+    std::unique_lock<std::timed_mutex> lock(myMutex, wait);
+    if (!lock.owns_lock())
+        return "a module call has been running for more than " + std::to_string(wait.count()) + " ms";
+    return {};
 }
 
 } // namespace kiv

@@ -6,6 +6,7 @@
 
 #include "modules/ModuleRegistry.h"
 
+#include <chrono>
 #include <cstdint>
 #include <mutex>
 #include <string>
@@ -57,9 +58,14 @@ public:
     // under the same lock as module calls.
     void finishRequest(RequestContext& request);
 
+    // For the health check: every module started, and a module call could begin within the
+    // wait (no call is stuck holding the lock). Empty when so, else the reason.
+    std::string findCallProblem(std::chrono::milliseconds wait);
+
 private:
     ModuleRegistry& myRegistry;
-    std::mutex myMutex;
+    std::timed_mutex myMutex;
+    int myFailedModules = 0;
 };
 
 } // namespace kiv

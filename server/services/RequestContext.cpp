@@ -3,6 +3,7 @@
 
 #include "http/Forms.h"
 #include "logging/Log.h"
+#include "process/Metrics.h"
 
 #include <atomic>
 #include <unistd.h>
@@ -96,6 +97,14 @@ db::DatabaseService& RequestContext::databaseService()
         environment.warning = [this](const std::string& line) {
             writeServerLog(LogKind::Warning, {region.region.name, urlPath, inTag ? currentTag.name : ""},
                            line);
+        };
+        environment.timing =
+            [](db::TimedStep step, std::string_view store, std::chrono::steady_clock::duration took)
+        {
+            if (step == db::TimedStep::Open)
+                metrics::observeDatabaseOpen(store, took);
+            else
+                metrics::observeDatabaseSearch(store, took);
         };
         myDatabase = std::make_unique<db::DatabaseService>(std::move(environment));
     }

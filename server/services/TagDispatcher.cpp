@@ -2,6 +2,7 @@
 #include "services/TagDispatcher.h"
 
 #include "logging/Log.h"
+#include "process/Metrics.h"
 
 namespace kiv
 {
@@ -197,6 +198,7 @@ std::string TagDispatcher::runTag(const TagInvocation& written)
     ModuleCallResult result = myHost.call(*module, kKivRequest_ProcessTag, &myRequest);
     myRequest.inTag = false;
     myRequest.valueText = abi::ValueText::AsStored;
+    metrics::countTagCall(registered->name, result.code == 0 ? "0" : fourCharacterCode(result.code));
     return present(tag, result, LogKind::Error);
 }
 

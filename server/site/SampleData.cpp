@@ -67,7 +67,7 @@ std::vector<std::vector<std::string>> parseCsv(std::string_view text)
     return rows;
 }
 
-FieldDeclaration parseFieldDeclaration(std::string_view cell)
+FieldDeclaration parseFieldDeclaration(std::string_view cell, std::string* problem)
 {
     static const std::pair<std::string_view, uint32_t> types[] = {
         {"Boolean", kKivFieldType_Boolean},   {"Integer", kKivFieldType_Integer},
@@ -84,15 +84,29 @@ FieldDeclaration parseFieldDeclaration(std::string_view cell)
             break;
         start = colon + 1;
     }
+    auto refuse = [&](const std::string& why)
+    {
+        if (problem && problem->empty())
+            *problem = "'" + std::string(cell) + "': " + why;
+    };
     FieldDeclaration field{parts[0], (kKivFieldType_Text << kKivFieldTypeShift) | 64};
     if (parts.size() > 1)
     {
+        bool known = false;
         for (const auto& [name, code] : types)
             if (equalsIgnoringCase(parts[1], name))
+            {
                 field.typeWord = code << kKivFieldTypeShift;
+                known = true;
+            }
+        if (!known)
+            refuse("unknown type '" + parts[1] +
+                   "' (Boolean, Integer, UInteger, Float, Number, Text, LongText)");
         if (parts.size() > 2 && !parts[2].empty() &&
             parts[2].find_first_not_of("0123456789") == std::string::npos && parts[2].size() < 6)
             field.typeWord |= static_cast<uint32_t>(std::stoul(parts[2])) & kKivFieldLengthMask;
+        else if (parts.size() > 2 && !parts[2].empty())
+            refuse("the length '" + parts[2] + "' is not a number from 0 to 99999");
         else if (equalsIgnoringCase(parts[1], "Text"))
             field.typeWord |= 64;
         if (parts.size() > 3)
@@ -101,7 +115,11 @@ FieldDeclaration parseFieldDeclaration(std::string_view cell)
                 field.typeWord |= kKivFieldFlag_Indexed;
             if (parts[3].find_first_of("qQ") != std::string::npos)
                 field.typeWord |= kKivFieldFlag_Unique;
+            if (parts[3].find_first_not_of("xXqQ") != std::string::npos)
+                refuse("the flags '" + parts[3] + "' are not X (indexed) and Q (unique)");
         }
+        if (parts.size() > 4)
+            refuse("more than name:type:length:flags");
     }
     return field;
 }

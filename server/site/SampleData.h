@@ -23,7 +23,9 @@ struct FieldDeclaration
     std::string name;
     uint32_t typeWord = 0;
 };
-FieldDeclaration parseFieldDeclaration(std::string_view cell);
+// What is not understood goes to problem when one is given (the first thing only); the sample
+// data loader takes the rest as it can.
+FieldDeclaration parseFieldDeclaration(std::string_view cell, std::string* problem = nullptr);
 
 // Imports what is missing; logs what it did. Never throws.
 void importSampleData(const RegionConfig& region);

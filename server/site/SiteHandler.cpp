@@ -244,7 +244,7 @@ bool isSameOrigin(const HttpRequest& request)
 }
 
 SiteHandler::SiteHandler(const ServerConfig& config, RegionStates& regions, ModuleHost& host)
-    : myConfig(config), myRegions(regions), myHost(host), myAdminPage(host)
+    : myConfig(config), myRegions(regions), myHost(host), myAdminPage(host), myStatusPages(config, host)
 {
 }
 
@@ -278,7 +278,8 @@ std::optional<LoginAttempt> SiteHandler::loginAttempt(const HttpRequest& request
     const std::string* authorization = request.header("Authorization");
     if (!authorization || !decodeBasicCredentials(*authorization, user, password))
         return std::nullopt;
-    if (!needsLogin(regionConfig, normalizedUrlPath(path)))
+    const std::string normalPath = normalizedUrlPath(path);
+    if (!needsLogin(regionConfig, normalPath) && !StatusPages::isStatusPath(normalPath))
         return std::nullopt;
     UserDirectory& users = myRegions.stateOf(regionConfig).users;
     LoginAttempt attempt;
@@ -294,6 +295,7 @@ void SiteHandler::handle(HttpRequest& request, HttpResponse& response)
 {
     const RegionConfig& regionConfig = selectRegion(myConfig, request.headerOr("Host"));
     RegionState& region = myRegions.stateOf(regionConfig);
+    request.region = regionConfig.name;
     NameValueList securityHeaders = {{"X-Content-Type-Options", "nosniff"},
                                      {"Referrer-Policy", "same-origin"}};
     std::string contentPolicy = regionConfig.policy.contentSecurityPolicy;
@@ -323,6 +325,11 @@ void SiteHandler::handle(HttpRequest& request, HttpResponse& response)
     request.path = normalizedUrlPath(path);
     if (serveBuiltinAsset(request, response)) // the same in every region, without a login
         return finish();
+    if (StatusPages::isStatusPath(request.path))
+    {
+        myStatusPages.handle(request, regionConfig, response);
+        return finish();
+    }
 
     bool admin = isAdminPath(path);
     if (needsLogin(regionConfig, path))

@@ -12,6 +12,7 @@
 #include "http/RequestHandler.h"
 #include "region/RegionState.h"
 #include "services/ModuleHost.h"
+#include "site/StatusPages.h"
 
 namespace kiv
 {
@@ -41,6 +42,7 @@ private:
     RegionStates& myRegions;
     ModuleHost& myHost;
     AdminPage myAdminPage;
+    StatusPages myStatusPages;
 };
 
 // Whether a form post comes from a page of this server: its Origin (or, without one, its

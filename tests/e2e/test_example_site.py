@@ -216,6 +216,33 @@ class ExampleSiteTest(SiteTestCase):
         _, _, found = request(self.port, "GET", "/people/search.html?city=G%F6ttingen")
         self.assertIn("Ren\u00e9e M\u00fcller", found)
 
+    def test_the_result_limit_preference_refuses_numbers_out_of_range(self):
+        token = base64.b64encode(f"admin:{self.password}".encode()).decode()
+        headers = {"Authorization": "Basic " + token, "Origin": f"http://127.0.0.1:{self.port}",
+                   "Content-Type": "application/x-www-form-urlencoded"}
+        preferences = os.path.join(self.data, "kiv-preferences.txt")
+
+        def save(limit):
+            form = urllib.parse.urlencode({"kivAdminModule": "0", "kivEditDatabase": "yes", "kivModifyDatabase": "yes",
+                                           "kivSearchDatabase": "yes", "maxResults": limit})
+            return request(self.port, "POST", "/kiv-admin/", body=form, headers=headers)
+
+        status, _, body = save("250")
+        self.assertEqual(status, 200)
+        self.assertIn("saved", body)
+        stored = read_bytes(preferences)
+        self.assertIn(b"250", stored)
+        for limit in ("4294967297", "1e9", "0", "-5", " 25", "100000", "12abc"):
+            status, _, body = save(limit)
+            self.assertEqual(status, 400, limit)
+            self.assertIn("Not saved: The search result limit must be a whole number from 1 to 99999", body)
+            self.assertEqual(read_bytes(preferences), stored, f"{limit!r} changed the stored preferences")
+        self.assertTrue(self.logged("refused: The search result limit"))
+        self.assertIn('name="maxResults" value="250"', request(self.port, "GET", "/kiv-admin/",
+                                                              headers={"Authorization": "Basic " + token})[2])
+        status, _, _ = save("100")
+        self.assertEqual(status, 200)
+
     def test_the_editor_stylesheet_comes_from_the_server_without_a_login(self):
         # The protected editor page links it; a browser fetches it like any stylesheet.
         token = base64.b64encode(f"admin:{self.password}".encode()).decode()

@@ -121,11 +121,12 @@ admin = "{password_hash(server)}"
 class Server:
     """A kiv-server process serving a Site (anything with a config attribute); its standard
     error is kept for the assertions. urls lists what it listens on, as printed; port is the
-    first. With ready_path, start-up waits until that path answers 200 over plain HTTP."""
+    first. With ready_path, start-up waits until that path answers 200 over plain HTTP.
+    arguments go to `serve` after the configuration."""
 
-    def __init__(self, server, site, env=None, preexec_fn=None, listeners=1, ready_path="/style.css"):
+    def __init__(self, server, site, env=None, preexec_fn=None, listeners=1, ready_path="/style.css", arguments=()):
         self.log = []
-        self.process = subprocess.Popen([server, "serve", "--config", site.config], stdout=subprocess.DEVNULL,
+        self.process = subprocess.Popen([server, "serve", "--config", site.config, *arguments], stdout=subprocess.DEVNULL,
                                         stderr=subprocess.PIPE, env=env, preexec_fn=preexec_fn)
         self.urls = []
         deadline = time.time() + 120
@@ -215,6 +216,15 @@ def post(port, path, form=None, headers=None, timeout=60):
         return response.status, response.read().decode("latin-1")
     finally:
         connection.close()
+
+
+def add_person(port, first, city):
+    """Posts the example site's add-a-person form; True when the page acknowledged the add."""
+    status, page = post(port, "/people/added.html",
+                        {"FirstName": first, "LastName": "Proof", "City": city,
+                         "Email": f"{first.lower()}.{city.lower()}@example.org", "Phone": ""}, timeout=30)
+    # The page says "Added ..." only when the tag's kivResult is 0.
+    return status == 200 and f"Added {first} Proof" in page and "kiv-error" not in page
 
 
 def query(**arguments):

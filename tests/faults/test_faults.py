@@ -21,28 +21,11 @@ import sys
 import threading
 import time
 import unittest
-import urllib.parse
 
 import kivharness as kh
 
 SERVER = None
 MODULE = None
-
-
-def add_person(port, first, city):
-    """Posts the example site's add-a-person form; True when the page acknowledged the add."""
-    body = urllib.parse.urlencode({"FirstName": first, "LastName": "Proof", "City": city,
-                                   "Email": f"{first.lower()}.{city.lower()}@example.org", "Phone": ""})
-    connection = kh.http.client.HTTPConnection("127.0.0.1", port, timeout=30)
-    try:
-        connection.request("POST", "/people/added.html", body=body,
-                           headers={"Content-Type": "application/x-www-form-urlencoded"})
-        response = connection.getresponse()
-        page = response.read().decode("latin-1")
-        # The page says "Added ..." only when the tag's kivResult is 0.
-        return response.status == 200 and f"Added {first} Proof" in page and "kiv-error" not in page
-    finally:
-        connection.close()
 
 
 def names_in(port, city):
@@ -81,7 +64,7 @@ class WorkerKillTest(unittest.TestCase):
                     return
                 name = f"{prefix}{i:04d}"
                 try:
-                    if add_person(self.server.port, name, "Killtown"):
+                    if kh.add_person(self.server.port, name, "Killtown"):
                         acknowledged.append(name)
                     else:
                         failures.append(name)
@@ -121,7 +104,7 @@ class WorkerKillTest(unittest.TestCase):
         missing = sorted(set(acknowledged) - stored)
         self.assertEqual(missing, [], f"{len(missing)} acknowledged adds are missing")
         # Adds keep working after the kills.
-        self.assertTrue(add_person(self.server.port, "After", "Killtown"))
+        self.assertTrue(kh.add_person(self.server.port, "After", "Killtown"))
         self.assertIn("After", names_in(self.server.port, "Killtown"))
 
 

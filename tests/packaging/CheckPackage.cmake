@@ -122,4 +122,7 @@ string(REPLACE "\"/var/" "\"${WORK_DIR}/var/" configuration "${configuration}")
 file(WRITE ${WORK_DIR}/kiv-server.toml "${configuration}")
 run(checked ${root}/usr/bin/kiv-server check --config ${WORK_DIR}/kiv-server.toml)
 expect("kiv-server check" "${checked}" "configuration OK: 1 region\\(s\\), 1 module\\(s\\), listening on 127.0.0.1:8080")
+# The installed program names itself and the module it finds beside it.
+run(versions ${root}/usr/bin/kiv-server --version)
+expect("kiv-server --version" "${versions}" "^kiv-server ${VERSION}\nDatabase Module ${VERSION} \\(${root}/usr/lib/kiv/libkivdatabase.so\\)\n")
 message(STATUS "${package} checked")

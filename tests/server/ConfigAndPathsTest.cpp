@@ -2,9 +2,11 @@
 // requests inside the site root.
 #include "common/SafePaths.h"
 #include "config/ServerConfig.h"
+#include "region/UserDirectory.h"
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <fstream>
 #include <unistd.h>
 
@@ -146,6 +148,104 @@ TEST(Config, RefusesWhatWouldBreakTheServer)
     EXPECT_THROW(parseConfig("[server\nport=1", "/"), ConfigError);
 }
 
+// The message of the ConfigError that parsing the text throws; empty when it parses.
+std::string configErrorOf(const std::string& text)
+{
+    try
+    {
+        parseConfig(text, "/etc/kiv", "/etc/kiv/server.toml");
+    }
+    catch (const ConfigError& error)
+    {
+        return error.what();
+    }
+    return {};
+}
+
+TEST(Config, UnknownKeysWrongTypesAndRangesAreErrorsWithTheirLines)
+{
+    std::string message = configErrorOf(R"([server]
+workerz = 4
+port = 8080
+[limits]
+header_timeout = 0
+max_headers = 2.5
+[[listen]]
+address = "127.0.0.1"
+tls = true
+[[region]]
+root = "site"
+show_error = false
+directory_listing = "yes"
+[region.users]
+ann = 5
+[extra]
+x = 1
+)");
+    EXPECT_NE(message.find("/etc/kiv/server.toml:2: unknown key 'workerz' in [server]"), std::string::npos)
+        << message;
+    EXPECT_NE(message.find("server.toml:5: 'header_timeout' must be a whole number from 1 to 3600"),
+              std::string::npos)
+        << message;
+    EXPECT_NE(message.find("server.toml:6: 'max_headers' must be a whole number"), std::string::npos)
+        << message;
+    EXPECT_NE(message.find("server.toml:9: unknown key 'tls' in [[listen]] 1"), std::string::npos) << message;
+    EXPECT_NE(message.find("server.toml:12: unknown key 'show_error' in [[region]] 1"), std::string::npos)
+        << message;
+    EXPECT_NE(message.find("server.toml:13: 'directory_listing' must be true or false"), std::string::npos)
+        << message;
+    EXPECT_NE(message.find("server.toml:15: the password hash of user 'ann' must be a string"),
+              std::string::npos)
+        << message;
+    EXPECT_NE(message.find("server.toml:16: unknown key 'extra'"), std::string::npos) << message;
+    EXPECT_EQ(std::count(message.begin(), message.end(), '\n'), 7) << "one line per problem:\n" << message;
+
+    EXPECT_NE(configErrorOf("[server]\nport = 1\n[[region]]\nroot = \"s\"\n[server.extra]\n").find(":5: "),
+              std::string::npos)
+        << "a table nested where none belongs";
+    EXPECT_NE(configErrorOf("[server\nport=1").find("server.toml:1: "), std::string::npos) << "syntax";
+    EXPECT_NE(configErrorOf("[server]\nstatus_access = \"everyone\"\n[[region]]\nroot = \"s\"\n")
+                  .find(":2: 'status_access' must be one of \"local\", \"login\", \"public\""),
+              std::string::npos);
+    EXPECT_EQ(configErrorOf("[server]\nstatus_access = \"public\"\n[[region]]\nroot = \"s\"\n"), "");
+}
+
+TEST(Config, SafeDefaultsAndTheProblemsCheckReports)
+{
+    fs::path base = fs::temp_directory_path() / ("kiv-config-" + std::to_string(::getpid()));
+    fs::create_directories(base / "site" / "data");
+    ServerConfig config = parseConfig("[[region]]\nroot = \"site\"\n", base);
+    EXPECT_FALSE(config.regions[0].policy.directoryListing) << "folders are not listed unless a region asks";
+    EXPECT_EQ(config.statusAccess, StatusAccess::LocalOrLogin);
+    EXPECT_TRUE(findConfigProblems(config).empty());
+
+    for (const char* data : {"site/data", "site", "site/../site/db"})
+    {
+        ServerConfig inside =
+            parseConfig(std::string("[[region]]\nroot = \"site\"\ndata = \"") + data + "\"\n", base);
+        auto problems = findConfigProblems(inside);
+        ASSERT_EQ(problems.size(), 1u) << data;
+        EXPECT_NE(problems[0].find("lies inside the site root"), std::string::npos) << problems[0];
+    }
+    ServerConfig exports =
+        parseConfig("[[region]]\nroot = \"site\"\nexports_folder = \"site/downloads\"\n", base);
+    ASSERT_EQ(findConfigProblems(exports).size(), 1u);
+    EXPECT_NE(findConfigProblems(exports)[0].find("exports folder"), std::string::npos);
+    fs::create_symlink(base / "site" / "data", base / "alias");
+    ServerConfig throughLink = parseConfig("[[region]]\nroot = \"site\"\ndata = \"alias\"\n", base);
+    EXPECT_EQ(findConfigProblems(throughLink).size(), 1u) << "a link into the site is inside it";
+
+    for (const char* address : {"::1", "[::1]", "localhost", "127.0.0.256"})
+    {
+        ServerConfig listener = parseConfig(
+            std::string("[server]\nlisten = \"") + address + "\"\n[[region]]\nroot = \"site\"\n", base);
+        auto problems = findConfigProblems(listener);
+        ASSERT_EQ(problems.size(), 1u) << address;
+        EXPECT_NE(problems[0].find("is not an IPv4 address"), std::string::npos) << problems[0];
+    }
+    fs::remove_all(base);
+}
+
 TEST(Config, ListenersTheirTlsFilesAndTheConnectionLimits)
 {
     ServerConfig config = parseConfig(R"(
@@ -191,7 +291,7 @@ root = "site"
                  ConfigError)
         << "a certificate without its key";
     ServerConfig redirectOnly =
-        parseConfig("[server]\nredirect_to_tls = true\n[[region]]\nroot = \"/\"\n", "/");
+        parseConfig("[server]\nredirect_to_tls = true\n[[region]]\nroot = \"/tmp\"\n", "/");
     auto problems = findConfigProblems(redirectOnly);
     ASSERT_EQ(problems.size(), 1u);
     EXPECT_NE(problems[0].find("no listener has a certificate"), std::string::npos);
@@ -235,6 +335,19 @@ TEST(Config, DefaultRegionProtectsTheEditorFolder)
     EXPECT_EQ(region.dataFolder, fs::path("/srv/site-data"));
     EXPECT_EQ(region.protectedPaths, std::vector<std::string>{"/manage/"});
     EXPECT_EQ(region.usersFile, fs::path("/srv/site-data/users.toml"));
+}
+
+TEST(Accounts, PasswordsNeedTwelveCharactersCountedAsLettersNotBytes)
+{
+    EXPECT_NE(findPasswordProblem(""), "");
+    EXPECT_NE(findPasswordProblem("eleven-char").find("has 11 characters; it needs at least 12"),
+              std::string::npos);
+    EXPECT_EQ(findPasswordProblem("twelve-chars"), "");
+    std::string accented;
+    for (int i = 0; i < 11; ++i)
+        accented += "\xc3\xa9"; // é in UTF-8: 22 bytes, 11 characters
+    EXPECT_NE(findPasswordProblem(accented), "");
+    EXPECT_EQ(findPasswordProblem(accented + "\xc3\xa9"), "");
 }
 
 class SafePaths : public ::testing::Test

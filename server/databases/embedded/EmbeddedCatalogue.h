@@ -26,6 +26,22 @@ public:
     bool typeOfWord(uint32_t typeBits, TypeDescription& type) override;
     bool typeNamed(std::string_view name, TypeDescription& type) override;
 
+    uint32_t checkDatabase(const std::string& name, std::vector<std::string>& problems,
+                           std::string& message) override
+    {
+        return myFiles.check(name, problems, message);
+    }
+    uint32_t backupDatabase(const std::string& name, const std::filesystem::path& folder,
+                            std::string& message) override
+    {
+        return myFiles.backup(name, folder, message);
+    }
+    uint32_t restoreDatabase(const std::string& name, const std::filesystem::path& folder,
+                             std::string& message) override
+    {
+        return myFiles.restore(name, folder, message);
+    }
+
 private:
     DatabaseCatalogue myFiles;
 };

@@ -396,54 +396,76 @@ uint32_t DatabaseCatalogue::create(const std::string& name, std::string& message
         message = "A database named \"" + name + "\" already exists.";
         return result::kDatabaseExists;
     }
-    // Built under a hidden name and renamed into place, so a crash never leaves half a database.
-    static std::atomic<unsigned> counter{0};
-    const auto temporary = myDataFolder / ("." + foldCase(name) + ".creating-" + std::to_string(::getpid()) +
-                                           "-" + std::to_string(counter++) + kExtension);
-    try
-    {
+    return writeFileWhole(
+        fileOf(name), "creating",
+        [](const std::filesystem::path& hidden)
         {
-            SqliteConnection connection(temporary.string(),
+            SqliteConnection connection(hidden.string(),
                                         SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE | SQLITE_OPEN_NOMUTEX);
             registerExtensions(connection.get());
             createSchema(connection);
-        }
-        std::filesystem::rename(temporary, fileOf(name));
+        },
+        result::kStorageError, "The database file could not be created", message);
+}
+
+uint32_t writeFileWhole(const std::filesystem::path& target, std::string_view purpose,
+                        const std::function<void(const std::filesystem::path& hidden)>& write,
+                        uint32_t fileFailure, std::string_view what, std::string& message)
+{
+    static std::atomic<unsigned> counter{0};
+    const auto hidden =
+        target.parent_path() / ("." + foldCase(target.filename().string()) + "." + std::string(purpose) +
+                                "-" + std::to_string(::getpid()) + "-" + std::to_string(counter++));
+    std::error_code error;
+    try
+    {
+        write(hidden);
+        std::filesystem::rename(hidden, target);
         return kKivResult_Success;
     }
     catch (const SqliteError& failure)
     {
-        std::filesystem::remove(temporary, error);
+        std::filesystem::remove(hidden, error);
         return resultOfSqliteError(failure, message);
     }
     catch (const std::filesystem::filesystem_error& failure)
     {
-        std::filesystem::remove(temporary, error);
-        message = std::string("The database file could not be created: ") + failure.what();
-        return result::kStorageError;
+        std::filesystem::remove(hidden, error);
+        message = std::string(what) + ": " + failure.what();
+        return fileFailure;
     }
 }
 
-uint32_t DatabaseCatalogue::remove(const std::string& name, std::string& message)
+uint32_t DatabaseCatalogue::findExisting(const std::string& name, std::string& stored,
+                                         std::string& message) const
 {
     if (message = checkDatabaseName(name); !message.empty())
         return result::kInvalidName;
-    const auto stored = resolve(name);
-    if (!stored)
+    const auto found = resolve(name);
+    if (!found)
     {
         message = "No database named \"" + name + "\" exists.";
         return result::kDatabaseNotFound;
     }
+    stored = *found;
+    return kKivResult_Success;
+}
+
+uint32_t DatabaseCatalogue::remove(const std::string& name, std::string& message)
+{
+    std::string stored;
+    if (const uint32_t code = findExisting(name, stored, message); code != kKivResult_Success)
+        return code;
     std::error_code error;
     std::filesystem::create_directories(myDataFolder / kLockFolder, error);
-    auto lock = DatabaseLock::acquire(lockFileOf(*stored), DatabaseLock::Mode::Exclusive, myOptions.lockWait);
+    auto lock = DatabaseLock::acquire(lockFileOf(stored), DatabaseLock::Mode::Exclusive, myOptions.lockWait);
     if (!lock)
     {
-        message = "The database \"" + *stored +
+        message = "The database \"" + stored +
                   "\" is open; it can be deleted when no one uses it. Try again in a few moments.";
         return result::kLocked;
     }
-    const auto file = fileOf(*stored);
+    const auto file = fileOf(stored);
     ConnectionPool::instance().forget(file);
     // The lock file stays: deleting it would let two openers lock two different files.
     if (!std::filesystem::remove(file, error) && error)

@@ -13,6 +13,7 @@
 #include <chrono>
 #include <cstdint>
 #include <filesystem>
+#include <functional>
 #include <list>
 #include <map>
 #include <memory>
@@ -118,12 +119,32 @@ public:
     uint32_t create(const std::string& name, std::string& message);
     uint32_t remove(const std::string& name, std::string& message);
 
+    // Maintenance from the shell (EmbeddedMaintenance.cpp). check lists what SQLite's integrity
+    // check and the store's own checks find. backup writes "<folder>/<name>.kivdb" in one read
+    // transaction, so the copy is consistent while others write, and a backup folder is itself
+    // a data folder. restore copies the database of that name in a backup folder over this
+    // one's, once the copy has passed the checks, under the exclusive open-mode lock.
+    uint32_t check(const std::string& name, std::vector<std::string>& problems, std::string& message);
+    uint32_t backup(const std::string& name, const std::filesystem::path& folder, std::string& message);
+    uint32_t restore(const std::string& name, const std::filesystem::path& folder, std::string& message);
+
 private:
+    // The stored spelling of an existing database in `stored`; else the code, with `message`.
+    uint32_t findExisting(const std::string& name, std::string& stored, std::string& message) const;
+
     std::filesystem::path myDataFolder;
     StoreOptions myOptions;
 };
 
 // Maps an SQLite failure to a result code and a message for the module.
 uint32_t resultOfSqliteError(const SqliteError& error, std::string& message);
+
+// Makes a database file through a hidden file beside `target` (`write` fills it), renamed into
+// place once whole: a crash or a failure never leaves half a file, nor spoils one of that name.
+// On failure the hidden file is removed and `message` says why; a file-system failure answers
+// fileFailure with `what` ("The backup could not be written").
+uint32_t writeFileWhole(const std::filesystem::path& target, std::string_view purpose,
+                        const std::function<void(const std::filesystem::path& hidden)>& write,
+                        uint32_t fileFailure, std::string_view what, std::string& message);
 
 } // namespace kiv::db

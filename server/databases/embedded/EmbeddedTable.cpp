@@ -515,6 +515,50 @@ void EmbeddedTable::prepareSearch(const search::Query& query)
     }
 }
 
+void EmbeddedTable::addIndex(size_t first, size_t second)
+{
+    // The same name as the index a search would make for these two fields, so that the two
+    // never both exist and deleting either field drops it.
+    const std::string name = pairIndexName(fields()[first].column, fields()[second].column);
+    myConnection->sql().execute("CREATE INDEX IF NOT EXISTS " + name + " ON kiv_records(" +
+                                fields()[first].column + ", " + fields()[second].column + ")");
+    myConnection->rememberIndex(name);
+}
+
+std::vector<std::vector<size_t>> EmbeddedTable::indexes()
+{
+    // "i_c3" indexes one field's column, "i2_c3_c5" two; the fields are found by their columns.
+    const auto fieldOfColumn = [this](std::string_view column) -> std::optional<size_t>
+    {
+        for (size_t i = 0; i < fields().size(); ++i)
+            if (fields()[i].column == column)
+                return i;
+        return std::nullopt;
+    };
+    std::vector<std::vector<size_t>> found;
+    auto select = myConnection->sql().prepare(
+        "SELECT name FROM sqlite_master WHERE type = 'index' AND tbl_name = 'kiv_records' ORDER BY name");
+    while (select.step())
+    {
+        const std::string name(select.columnText(0));
+        const size_t start = name.rfind("i_", 0) == 0 ? 2 : name.rfind("i2_", 0) == 0 ? 3 : std::string::npos;
+        if (start == std::string::npos)
+            continue;
+        std::vector<size_t> positions;
+        size_t at = start;
+        while (at <= name.size())
+        {
+            const size_t end = std::min(name.find('_', at), name.size());
+            if (const auto field = fieldOfColumn(std::string_view(name).substr(at, end - at)))
+                positions.push_back(*field);
+            at = end + 1;
+        }
+        if (!positions.empty())
+            found.push_back(std::move(positions));
+    }
+    return found;
+}
+
 std::string EmbeddedTable::compareText(size_t field, const char* symbol, const std::string& parameter) const
 {
     return "(" + fields()[field].column + " " + symbol + " " + parameter + ")";

@@ -47,6 +47,8 @@ public:
     const SqlDialect& dialect() const override { return *this; }
     std::unique_ptr<ResultQuery> query(const SqlSearch& search) override;
     void prepareSearch(const search::Query& query) override;
+    void addIndex(size_t first, size_t second) override;
+    std::vector<std::vector<size_t>> indexes() override;
 
     uint32_t failureOf(const std::exception& error, std::string& message) override;
 
