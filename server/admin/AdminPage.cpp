@@ -1,7 +1,9 @@
 // Administration page.
 #include "admin/AdminPage.h"
 
-#include "DatabaseService.h"
+#include "admin/AdminFiles.h"
+#include "admin/AdminOverview.h"
+#include "common/Utf8.h"
 #include "logging/Log.h"
 
 namespace kiv
@@ -12,44 +14,16 @@ namespace
 
 constexpr std::string_view kModuleField = "kivAdminModule";
 
+// The page's sections below the modules, in order, and the actions their forms post.
+constexpr AdminSectionRenderer kSections[] = {renderDatabaseOverview, renderExportFiles, renderBackups,
+                                              renderServerErrors};
+constexpr std::pair<std::string_view, AdminAction> kActions[] = {{"upload", uploadExportFile},
+                                                                 {"backup", makeBackup}};
+
 std::string row(std::string_view label, std::string_view value)
 {
     return "<tr><th>" + std::string(label) + "</th><td>" + htmlEncode(value.empty() ? "-" : value) +
            "</td></tr>\n";
-}
-
-// The region's own databases, read through the typed database service: their fields and
-// records, so an administrator sees what the pages work on without opening the editor.
-std::string renderDatabases(RequestContext& request)
-{
-    db::DatabaseService& service = request.databaseService();
-    std::vector<std::string> names;
-    std::string html = "<section class=\"databases\">\n<h2>Databases</h2>\n";
-    if (service.listDatabases(names) != 0)
-        return html + "<p>The databases cannot be listed: " + htmlEncode(service.lastFailure().line) +
-               "</p>\n</section>\n";
-    if (names.empty())
-        return html + "<p>The region has no databases yet.</p>\n</section>\n";
-    html += "<table>\n<tr><th>Database</th><th>Records</th><th>Fields</th></tr>\n";
-    for (const auto& name : names)
-    {
-        db::DatabaseHandle handle = 0;
-        if (service.openDatabase(name, db::OpenMode::Shared, db::OpenIntent::MustExist, "", handle) != 0)
-        {
-            html += row(name, service.lastFailure().line);
-            continue;
-        }
-        db::Database& database = *service.database(handle);
-        uint32_t records = 0;
-        database.recordCount(records);
-        std::string fields;
-        for (size_t i = 0; i < database.fieldCount(); ++i)
-            fields += (i ? ", " : "") + database.fieldAt(i)->name;
-        html += "<tr><td>" + htmlEncode(name) + "</td><td>" + std::to_string(records) + "</td><td>" +
-                htmlEncode(fields) + "</td></tr>\n";
-        service.closeDatabase(handle);
-    }
-    return html + "</table>\n</section>\n";
 }
 
 // The numbers the modules' preference forms ask for, with the range each may take. A module
@@ -117,61 +91,81 @@ std::string AdminPage::renderModule(size_t index, ModuleRecord& module, RequestC
     return html;
 }
 
-void AdminPage::handle(RequestContext& request, HttpResponse& response)
+AdminNotice AdminPage::savePreferences(RequestContext& request)
 {
     auto& modules = myHost.registry().modules();
-    std::string notice;
-    int status = 200;
+    const std::string* chosen = findValue(request.postArguments, kModuleField);
+    size_t index = modules.size();
+    if (chosen && !chosen->empty() && chosen->size() < 6 &&
+        chosen->find_first_not_of("0123456789") == std::string::npos)
+        index = std::stoul(*chosen);
+    if (index >= modules.size())
+        return adminRefusal(400, "The form names no loaded module.");
+    ModuleRecord& module = *modules[index];
+    const RegionConfig& region = request.region.region;
+    const std::string user = request.request.user.empty() ? std::string("-") : request.request.user;
+    if (std::string problem = findPreferenceProblem(request.postArguments); !problem.empty())
+    {
+        writeServerLog(LogKind::Warning, {region.name, request.urlPath, ""},
+                       "preferences of " + module.displayName() + " from " + user + " refused: " + problem);
+        return adminRefusal(400, "Not saved: " + problem);
+    }
+    ModuleCallResult result = myHost.call(module, kKivRequest_SetPreferences, &request);
+    writeServerLog(result.code == 0 ? LogKind::Note : LogKind::Warning, {region.name, request.urlPath, ""},
+                   "preferences of " + module.displayName() + " saved by " + user +
+                       (result.code == 0 ? "" : " (module answered " + fourCharacterCode(result.code) + ")"));
+    return adminSuccess("Preferences of " + module.displayName() + " saved.");
+}
+
+void AdminPage::handle(RequestContext& request, HttpResponse& response)
+{
+    // What follows the administration page's own path: a file to download, or nothing.
+    const std::string_view below =
+        std::string_view(request.request.path)
+            .substr(std::min(request.request.path.size(), request.server.adminPath.size()));
+    if (!below.empty())
+    {
+        if (below.rfind(kAdminFilesPath, 0) == 0 && request.request.method != "POST")
+            downloadExportFile(request, below.substr(kAdminFilesPath.size()), response);
+        else
+            response = makeErrorResponse(404);
+        return;
+    }
+    AdminNotice notice;
     if (request.request.method == "POST")
     {
-        const std::string* chosen = findValue(request.postArguments, kModuleField);
-        size_t index = modules.size();
-        if (chosen && !chosen->empty() && chosen->size() < 6 &&
-            chosen->find_first_not_of("0123456789") == std::string::npos)
-            index = std::stoul(*chosen);
-        if (index >= modules.size())
-        {
-            response = makeErrorResponse(400, "The form names no loaded module.");
-            return;
-        }
-        ModuleRecord& module = *modules[index];
-        const RegionConfig& region = request.region.region;
-        const std::string user = request.request.user.empty() ? std::string("-") : request.request.user;
-        if (std::string problem = findPreferenceProblem(request.postArguments); !problem.empty())
-        {
-            writeServerLog(LogKind::Warning, {region.name, request.urlPath, ""},
-                           "preferences of " + module.displayName() + " from " + user +
-                               " refused: " + problem);
-            notice = "<p class=\"refused\">Not saved: " + htmlEncode(problem) + "</p>\n";
-            status = 400;
-        }
-        else
-        {
-            ModuleCallResult result = myHost.call(module, kKivRequest_SetPreferences, &request);
-            writeServerLog(
-                result.code == 0 ? LogKind::Note : LogKind::Warning, {region.name, request.urlPath, ""},
-                "preferences of " + module.displayName() + " saved by " + user +
-                    (result.code == 0 ? "" : " (module answered " + fourCharacterCode(result.code) + ")"));
-            notice =
-                "<p class=\"notice\">Preferences of " + htmlEncode(module.displayName()) + " saved.</p>\n";
-        }
+        const std::string* action = findValue(request.postArguments, kAdminActionField);
+        notice = {400, ""};
+        if (!action)
+            notice = savePreferences(request);
+        for (const auto& [name, run] : kActions)
+            if (action && *action == name)
+                notice = run(request);
+        if (notice.html.empty())
+            notice = adminRefusal(400, "The form asks for nothing this page does.");
     }
 
-    std::string html =
-        "<!DOCTYPE html>\n<html><head><meta charset=\"ISO-8859-1\"><title>kiv-server administration</title>\n"
-        "<link rel=\"stylesheet\" href=\"/kiv-assets/admin.css\"></head><body>\n"
-        "<h1>kiv-server administration</h1>\n<p>Region <strong>" +
-        htmlEncode(request.region.region.name) + "</strong>, site " +
-        htmlEncode(request.region.region.siteRoot.string()) + "</p>\n" + notice;
+    auto& modules = myHost.registry().modules();
+    const RegionConfig& region = request.region.region;
+    std::string html = "<!DOCTYPE html>\n<html><head><meta charset=\"" + region.pageCharset +
+                       "\">\n<meta name=\"viewport\" content=\"width=device-width, initial-scale=1\">\n"
+                       "<title>kiv-server administration</title>\n"
+                       "<link rel=\"stylesheet\" href=\"/kiv-assets/admin.css\"></head><body>\n"
+                       "<h1>kiv-server administration</h1>\n<p>Region <strong>" +
+                       htmlEncode(region.name) + "</strong>, site " + htmlEncode(region.siteRoot.string()) +
+                       "</p>\n" + notice.html;
     if (modules.empty())
         html += "<p>No modules are loaded.</p>\n";
     for (size_t i = 0; i < modules.size(); ++i)
         html += renderModule(i, *modules[i], request);
-    html += renderDatabases(request);
+    for (const AdminSectionRenderer section : kSections)
+        html += section(request);
     html += "</body></html>\n";
-    response.status = status;
+    if (region.servesUtf8())
+        convertLatin1ToUtf8(html);
+    response.status = notice.status;
     response.body = std::move(html);
-    response.setHeader("Content-Type", "text/html; charset=ISO-8859-1");
+    response.setHeader("Content-Type", "text/html; charset=" + region.pageCharset);
 }
 
 } // namespace kiv

@@ -3,6 +3,7 @@
 
 #include "common/Text.h"
 #include "config/ServerConfig.h"
+#include "Backups.h"
 #include "DatabaseService.h"
 #include "ServiceCodes.h"
 #include "site/SampleData.h"
@@ -271,7 +272,19 @@ int DatabaseCommands::run()
             std::cout << "created " << database << " with " << fields.size() << " fields\n";
             return 0;
         }
-        if (name == "check" || name == "backup")
+        if (name == "backup")
+        {
+            const fs::path folder = fs::absolute(my.folder).lexically_normal();
+            std::string failed;
+            const uint32_t code = db::backupDatabases(
+                service, my.names, folder,
+                [&](const std::string& each)
+                { std::cout << each << ": backed up to " << folder.string() << "\n"; },
+                failed);
+            require(service, code, failed.empty() ? "list" : "backup " + failed);
+            return 0;
+        }
+        if (name == "check")
         {
             std::vector<std::string> names = my.names;
             if (names.empty())
@@ -279,13 +292,6 @@ int DatabaseCommands::run()
             int status = 0;
             for (const auto& each : names)
             {
-                if (name == "backup")
-                {
-                    require(service, service.backupDatabase(each, fs::absolute(my.folder)), "backup " + each);
-                    std::cout << each << ": backed up to "
-                              << fs::absolute(my.folder).lexically_normal().string() << "\n";
-                    continue;
-                }
                 std::vector<std::string> problems;
                 require(service, service.checkDatabase(each, problems), "check " + each);
                 std::cout << each << ": "

@@ -130,7 +130,8 @@ public:
 
     // One of the words in choices; fallback when absent or not one of them.
     template <typename T>
-    T choice(std::string_view key, T fallback, std::initializer_list<std::pair<std::string_view, T>> choices)
+    T choice(std::string_view key, T fallback, std::initializer_list<std::pair<std::string_view, T>> choices,
+             bool ignoreCase = false)
     {
         const toml::node* node = find(key);
         if (!node)
@@ -138,7 +139,7 @@ public:
         std::string allowed;
         if (const toml::value<std::string>* value = node->as_string())
             for (const auto& [word, meaning] : choices)
-                if (value->get() == word)
+                if (ignoreCase ? equalsIgnoringCase(value->get(), word) : value->get() == word)
                     return meaning;
         for (const auto& [word, meaning] : choices)
             allowed += (allowed.empty() ? "\"" : ", \"") + std::string(word) + "\"";
@@ -226,6 +227,11 @@ RegionConfig readRegion(TableReader& table, const fs::path& base, size_t index, 
     std::string exports = table.string("exports_folder", "");
     if (!exports.empty())
         region.exportsFolder = resolvePath(base, exports);
+    std::string backups = table.string("backups_folder", "");
+    if (!backups.empty())
+        region.backupsFolder = resolvePath(base, backups);
+    region.maxUploadBytes =
+        table.number<size_t>("max_upload_bytes", region.maxUploadBytes, 1, size_t(1) << 34);
     std::string language = table.string("language", "en");
     region.language = languageCode(language);
     if (region.language == 0)
@@ -238,7 +244,8 @@ RegionConfig readRegion(TableReader& table, const fs::path& base, size_t index, 
         if (extension.empty() || extension[0] != '.')
             extension = "." + extension;
     region.indexFiles = table.strings("index_files", region.indexFiles);
-    region.pageCharset = table.string("charset", region.pageCharset);
+    region.pageCharset = table.choice<std::string>("charset", region.pageCharset,
+                                                   {{"iso-8859-1", "ISO-8859-1"}, {"utf-8", "UTF-8"}}, true);
     region.showErrors = table.boolean("show_errors", region.showErrors);
     region.protectedPaths = table.strings("protected", {});
     readRegionPolicy(table, region.policy);
@@ -442,7 +449,9 @@ std::vector<std::string> findConfigProblems(const ServerConfig& config)
             // Everything in the site root can be downloaded: databases, preferences, accounts
             // and exported files would be too.
             const std::pair<const char*, const fs::path*> folders[] = {
-                {"data folder", &region.dataFolder}, {"exports folder", &region.exportsFolder}};
+                {"data folder", &region.dataFolder},
+                {"exports folder", &region.exportsFolder},
+                {"backups folder", &region.backupsFolder}};
             for (const auto& [what, folder] : folders)
                 if (!folder->empty() && isInsideSite(region, *folder))
                     problems.push_back("region '" + region.name + "': " + what + " " + folder->string() +
@@ -488,6 +497,16 @@ std::vector<std::string> findConfigProblems(const ServerConfig& config)
             problems.push_back("module " + module.string() + " does not exist");
     }
     return problems;
+}
+
+fs::path exportsFolderOf(const RegionConfig& region)
+{
+    return region.exportsFolder.empty() ? region.dataFolder / "exports" : region.exportsFolder;
+}
+
+fs::path backupsFolderOf(const RegionConfig& region)
+{
+    return region.backupsFolder.empty() ? region.dataFolder / "backups" : region.backupsFolder;
 }
 
 const RegionConfig& selectRegion(const ServerConfig& config, std::string_view hostHeader)

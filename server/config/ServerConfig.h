@@ -30,10 +30,18 @@ struct RegionConfig
     std::filesystem::path dataFolder;
     // Where export and import files go, made on first use; empty: "exports" in the data folder.
     std::filesystem::path exportsFolder;
+    // Where the administration page's backup button writes (a folder per backup) and which
+    // backups it lists; empty: "backups" in the data folder.
+    std::filesystem::path backupsFolder;
+    // The largest file the administration page accepts into the exports folder (413 above it).
+    size_t maxUploadBytes = 8 * 1024 * 1024;
     uint32_t language = 0x01000000; // a localization language code (English)
     std::vector<std::string> pageExtensions{".html", ".htm"};
     std::vector<std::string> indexFiles{"index.html", "index.htm"};
+    // "ISO-8859-1" or "UTF-8": what pages are served as. In a UTF-8 region the module's own
+    // ISO 8859-1 bytes are converted on the way out (common/Utf8.h).
     std::string pageCharset = "ISO-8859-1";
+    bool servesUtf8() const { return pageCharset == "UTF-8"; }
     bool showErrors = true; // false: tag errors go to the log only
     std::vector<UserAccount> users;
     std::filesystem::path usersFile; // optional extra accounts ("name = hash" lines)
@@ -41,6 +49,10 @@ struct RegionConfig
     std::vector<std::string> protectedPaths;
     RegionPolicy policy;
 };
+
+// The folders of a region with their defaults applied.
+std::filesystem::path exportsFolderOf(const RegionConfig& region);
+std::filesystem::path backupsFolderOf(const RegionConfig& region);
 
 // Every limit applies per worker process: each worker counts its own connections, queue and
 // login failures. The administrator's guide lists them with the status each one answers.

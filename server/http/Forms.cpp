@@ -76,7 +76,8 @@ std::string multipartBoundary(std::string_view contentType)
     return headerParameter(contentType, "boundary");
 }
 
-std::optional<NameValueList> parseMultipart(std::string_view body, std::string_view boundary)
+std::optional<NameValueList> parseMultipart(std::string_view body, std::string_view boundary,
+                                            NameValueList* fileNames)
 {
     if (boundary.empty() || boundary.size() > 200)
         return std::nullopt;
@@ -103,6 +104,7 @@ std::optional<NameValueList> parseMultipart(std::string_view body, std::string_v
         if (next == std::string_view::npos)
             return std::nullopt;
         std::string name;
+        std::string fileName;
         size_t lineStart = 0;
         while (lineStart <= head.size())
         {
@@ -111,11 +113,16 @@ std::optional<NameValueList> parseMultipart(std::string_view body, std::string_v
                 lineEnd = head.size();
             std::string_view line = head.substr(lineStart, lineEnd - lineStart);
             if (startsWithIgnoringCase(line, "Content-Disposition:"))
+            {
                 name = headerParameter(line, "name");
+                fileName = headerParameter(line, "filename");
+            }
             lineStart = lineEnd + 2;
         }
         if (fields.size() >= kMaxFormFields)
             return std::nullopt;
+        if (fileNames && !name.empty() && !fileName.empty())
+            fileNames->emplace_back(name, fileName);
         if (!name.empty())
             fields.emplace_back(std::move(name), std::string(body.substr(contentStart, next - contentStart)));
         position = next + 2;

@@ -20,8 +20,10 @@ NameValueList parseUrlEncoded(std::string_view text);
 std::string multipartBoundary(std::string_view contentType);
 
 // Field values in order; a file field's value is the file's content. nullopt when the
-// body is not well-formed multipart data.
-std::optional<NameValueList> parseMultipart(std::string_view body, std::string_view boundary);
+// body is not well-formed multipart data. fileNames, when given, receives each file field's
+// name with the file name the client sent, as sent (it may hold folders).
+std::optional<NameValueList> parseMultipart(std::string_view body, std::string_view boundary,
+                                            NameValueList* fileNames = nullptr);
 
 NameValueList parseCookies(std::string_view cookieHeader);
 

@@ -2,6 +2,7 @@
 #include "site/SiteHandler.h"
 
 #include "common/SafePaths.h"
+#include "common/Utf8.h"
 #include "http/Forms.h"
 #include "http/StaticFiles.h"
 #include "logging/Log.h"
@@ -479,6 +480,8 @@ void SiteHandler::renderPageFile(RegionState& region, const fs::path& file, Http
     }
 
     response.status = 200;
+    if (config.servesUtf8())
+        convertLatin1ToUtf8(response.body);
     response.setHeader("Content-Type", "text/html; charset=" + config.pageCharset);
     response.setHeader("Cache-Control", "no-cache");
     applyModuleResponse(context.response, response);
