@@ -149,11 +149,13 @@ std::string renderExportFiles(RequestContext& request)
         html += "<p>The folder holds no files yet.</p>\n";
     else
     {
-        html += "<table class=\"listing\">\n<tr><th>File</th><th>Size</th><th>Changed</th></tr>\n";
+        html += listingTableHead({"File", "Size", "Changed"});
         for (const auto& file : files)
-            html += "<tr><td><a download href=\"" + htmlEncode(base + percentEncode(file.name)) + "\">" +
-                    htmlEncode(file.name) + "</a></td><td>" + formatByteCount(file.size) + "</td><td>" +
-                    formatAdminTime(file.modified) + "</td></tr>\n";
+            html += "<tr>" +
+                    listingCell("File", "<a download href=\"" + htmlEncode(base + percentEncode(file.name)) +
+                                            "\">" + htmlEncode(file.name) + "</a>") +
+                    listingCell("Size", formatByteCount(file.size)) +
+                    listingCell("Changed", formatAdminTime(file.modified)) + "</tr>\n";
         html += "</table>\n";
     }
     html += "<form class=\"upload\" method=\"post\" enctype=\"multipart/form-data\" action=\"" +

@@ -157,11 +157,10 @@ std::string renderDatabaseOverview(RequestContext& request)
                "</p>\n</section>\n";
     if (names.empty())
         return html + "<p>The region has no databases yet.</p>\n</section>\n";
-    html += "<table class=\"listing\">\n<tr><th>Database</th><th>Records</th><th>Size</th><th>Changed</th>"
-            "<th>Fields</th></tr>\n";
+    html += listingTableHead({"Database", "Records", "Size", "Changed", "Fields"});
     for (const auto& name : names)
     {
-        html += "<tr><td>" + htmlEncode(name) + "</td>";
+        html += "<tr>" + listingCell("Database", htmlEncode(name));
         db::DatabaseHandle handle = 0;
         if (service.openDatabase(name, db::OpenMode::Shared, db::OpenIntent::MustExist, "", handle) != 0)
         {
@@ -176,9 +175,10 @@ std::string renderDatabaseOverview(RequestContext& request)
             fields += (i ? ", " : "") + database.fieldAt(i)->name;
         service.closeDatabase(handle);
         const DiskUse use = diskUseOf(request.region.region.dataFolder, name);
-        html += "<td>" + (counted ? std::to_string(records) : std::string("?")) + "</td><td>" +
-                formatByteCount(use.bytes) + "</td><td>" + formatAdminTime(use.modified) + "</td><td>" +
-                htmlEncode(fields) + "</td></tr>\n";
+        html += listingCell("Records", counted ? std::to_string(records) : std::string("?")) +
+                listingCell("Size", formatByteCount(use.bytes)) +
+                listingCell("Changed", formatAdminTime(use.modified)) +
+                listingCell("Fields", htmlEncode(fields)) + "</tr>\n";
     }
     return html + "</table>\n</section>\n";
 }
@@ -212,15 +212,15 @@ std::string renderBackups(RequestContext& request)
         html += "<p>No backups yet.</p>\n";
     else
     {
-        html += "<table class=\"listing\">\n<tr><th>Backup</th><th>Made</th><th>Databases</th></tr>\n";
+        html += listingTableHead({"Backup", "Made", "Databases"});
         for (size_t i = 0; i < backups.size() && i < kBackupsShown; ++i)
         {
             std::string databases;
             for (const auto& name : backups[i].databases)
                 databases += (databases.empty() ? "" : ", ") + name;
-            html += "<tr><td>" + htmlEncode(backups[i].name) + "</td><td>" +
-                    formatAdminTime(backups[i].made) + "</td><td>" +
-                    htmlEncode(databases.empty() ? "-" : databases) + "</td></tr>\n";
+            html += "<tr>" + listingCell("Backup", htmlEncode(backups[i].name)) +
+                    listingCell("Made", formatAdminTime(backups[i].made)) +
+                    listingCell("Databases", htmlEncode(databases.empty() ? "-" : databases)) + "</tr>\n";
         }
         html += "</table>\n";
     }

@@ -22,6 +22,19 @@ std::string adminActionField(std::string_view action)
            htmlEncode(action) + "\">\n";
 }
 
+std::string listingTableHead(std::initializer_list<std::string_view> labels)
+{
+    std::string html = "<table class=\"listing\">\n<tr class=\"head\">";
+    for (const std::string_view label : labels)
+        html += "<th>" + htmlEncode(label) + "</th>";
+    return html + "</tr>\n";
+}
+
+std::string listingCell(std::string_view label, std::string_view html)
+{
+    return "<td data-label=\"" + htmlEncode(label) + "\">" + std::string(html) + "</td>";
+}
+
 std::string formatAdminTime(std::time_t when)
 {
     if (when == 0)

@@ -7,6 +7,7 @@
 #include "services/RequestContext.h"
 
 #include <ctime>
+#include <initializer_list>
 #include <string>
 #include <string_view>
 
@@ -32,6 +33,11 @@ AdminNotice adminRefusal(int status, std::string_view text);
 
 // The hidden field that sends a form's post to the named action.
 std::string adminActionField(std::string_view action);
+
+// A table of listed things (databases, files, backups) that a narrow screen shows as one block
+// per row, each cell with its label: the head opens the table, each cell carries its label.
+std::string listingTableHead(std::initializer_list<std::string_view> labels);
+std::string listingCell(std::string_view label, std::string_view html);
 
 // "2026-11-25 00:15 UTC"; "-" for 0.
 std::string formatAdminTime(std::time_t when);

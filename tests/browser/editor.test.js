@@ -57,6 +57,11 @@ const EXTRA_PAGES = {
     't/addfloat-done.html': '<kivModifyDatabase mode="addField" databaseName="&kivPathArgument(db);" '
         + 'fieldName="&kivPathArgument(field);" fieldType="Float" resultVariableName="f">'
         + '<p>added=&kivPageVariable(f_FieldName);</p>',
+    // An import of a file of the exports folder into People, posted like the editor's.
+    't/import.html': '<form method="post" action="import-done.html?file=&kivPathArgument(file);">'
+        + '<input type="submit" value="Import"></form>',
+    't/import-done.html': '<kivModifyDatabase mode="import" databaseName="People" '
+        + 'fileLocation="&kivPathArgument(file);" resultVariableName="r"><p>imported=&kivPageVariable(r_ResultCount);</p>',
 };
 
 // The editor on an ODBC data source (the SQLite ODBC driver over a file in the scratch folder),
@@ -75,7 +80,7 @@ function passwordHash() {
     return result.stdout.trim();
 }
 
-function makeSite(language, hash) {
+function makeSite(language, hash, charset = 'iso-8859-1') {
     const base = fs.mkdtempSync(path.join(os.tmpdir(), `kiv-browser-${language}-`));
     const root = path.join(base, 'site');
     const data = path.join(base, 'data');
@@ -112,6 +117,7 @@ name = "main"
 root = "${root}"
 data = "${data}"
 language = "${language}"
+charset = "${charset}"
 protected = ["/manage/"]
 [region.users]
 admin = "${hash}"
@@ -632,6 +638,92 @@ async function deletionWalk(admin, language) {
     assert.ok(list.includes('People'), 'the other database stays');
 }
 
+// ---- the administration page --------------------------------------------------------------------
+
+// The administration page at both widths: it never scrolls sideways, and is saved as a screenshot.
+async function adminShot(admin, name) {
+    for (const viewport of VIEWPORTS) {
+        await admin.page.setViewportSize(viewport);
+        const widths = await admin.page.evaluate(() => ({
+            scroll: document.documentElement.scrollWidth, client: document.documentElement.clientWidth,
+        }));
+        assert.ok(widths.scroll <= widths.client,
+            `${name} at ${viewport.width}: the page scrolls sideways (${widths.scroll} px wide in ${widths.client})`);
+        await admin.page.screenshot({ path: path.join(admin.out, `admin-${admin.language}-${name}-${viewport.width}.png`),
+            fullPage: true, animations: 'disabled' });
+    }
+    await admin.page.setViewportSize(VIEWPORTS[0]);
+}
+
+async function submitAdminForm(admin, selector) {
+    await Promise.all([admin.page.waitForNavigation(), admin.page.locator(selector).click()]);
+}
+
+// After the English walk: the overview counts the databases' records, the export the editor made
+// downloads byte for byte, goes back up under another name, and a backup is made with the button.
+async function adminWalk(admin, site) {
+    await admin.open('/kiv-admin/');
+    const databases = await admin.page.locator('section.databases tr').allInnerTexts();
+    assert.ok(databases.some((row) => /^Inventory\s+5\s+[\d.]+ (bytes|KiB)\s+\d{4}-/.test(row)),
+        `the overview counts Inventory's records: ${databases}`);
+    assert.ok(databases.some((row) => /^People\s+45\s/.test(row)), `and People's: ${databases}`);
+    await adminShot(admin, 'overview');
+
+    const onDisk = fs.readFileSync(path.join(site.data, 'exports', 'inventory.csv'));
+    const [download] = await Promise.all([admin.page.waitForEvent('download'),
+        admin.page.locator('section.files a', { hasText: 'inventory.csv' }).click()]);
+    assert.equal(download.suggestedFilename(), 'inventory.csv');
+    const downloaded = fs.readFileSync(await download.path());
+    assert.ok(downloaded.equals(onDisk), 'the download is the exported file, byte for byte');
+
+    await admin.page.locator('section.files input[name=file]').setInputFiles(
+        { name: 'inventory-copy.csv', mimeType: 'text/csv', buffer: downloaded });
+    await submitAdminForm(admin, 'section.files input[type=submit]');
+    await admin.shows('Uploaded inventory-copy.csv');
+    assert.ok(fs.readFileSync(path.join(site.data, 'exports', 'inventory-copy.csv')).equals(onDisk),
+        'the upload is stored byte for byte');
+    assert.equal(await admin.page.locator('section.files a', { hasText: 'inventory-copy.csv' }).count(), 1);
+    await adminShot(admin, 'uploaded');
+
+    await submitAdminForm(admin, 'section.backups input[type=submit]');
+    await admin.shows(/Backed up 2 databases/);
+    const backups = fs.readdirSync(path.join(site.data, 'backups'));
+    assert.equal(backups.length, 1);
+    assert.deepEqual(fs.readdirSync(path.join(site.data, 'backups', backups[0])).filter((f) => f.endsWith('.kivdb')).sort(),
+        ['Inventory.kivdb', 'People.kivdb']);
+    await admin.shows(backups[0]);
+    await adminShot(admin, 'backup-made');
+}
+
+// A UTF-8 region with the editor in French: the module's own words and a name imported from a
+// UTF-8 file both show as written, in a page the browser reads as UTF-8.
+async function utf8Walk(admin) {
+    const response = await admin.open('/manage/editor.html');
+    assert.equal(response.headers()['content-type'], 'text/html; charset=UTF-8');
+    assert.equal(await admin.page.evaluate(() => document.characterSet), 'UTF-8');
+    await admin.shows('Bases de donn\u00e9es');
+    await admin.shot('utf8-database-list');
+
+    await admin.open('/kiv-admin/');
+    const csv = 'LastName,FirstName,City,Email,Phone\r\nN\u00fa\u00f1ez,Jos\u00e9,M\u00e1laga,jose@example.org,+34 600\r\n';
+    await admin.page.locator('section.files input[name=file]').setInputFiles(
+        { name: 'gens.csv', mimeType: 'text/csv', buffer: Buffer.from(csv, 'utf8') });
+    await submitAdminForm(admin, 'section.files input[type=submit]');
+    await admin.shows('Uploaded gens.csv');
+    await adminShot(admin, 'utf8-uploaded');
+    await admin.open('/t/import.html?file=gens.csv');
+    await submitAdminForm(admin, 'input[type=submit]');
+    await admin.shows('imported=1');
+
+    // The city typed into the public search form goes out as UTF-8 and finds the UTF-8 record.
+    await admin.open('/people/search.html');
+    await admin.page.fill('#city', 'M\u00e1laga');
+    await submitAdminForm(admin, 'input[type=submit]');
+    await admin.shows('Jos\u00e9');
+    await admin.shows('N\u00fa\u00f1ez');
+    await admin.page.screenshot({ path: path.join(admin.out, 'utf8-public-search.png'), fullPage: true });
+}
+
 // ---- the public pages ---------------------------------------------------------------------------
 
 async function publicPages(page, port, out) {
@@ -675,8 +767,8 @@ async function publicPages(page, port, out) {
 
 // ---- running it ---------------------------------------------------------------------------------
 
-async function inLanguage(language, hash, walk) {
-    const site = makeSite(language, hash);
+async function inLanguage(language, hash, walk, charset = 'iso-8859-1') {
+    const site = makeSite(language, hash, charset);
     const server = await startServer(site);
     let context;
     let profile;
@@ -720,11 +812,13 @@ async function main() {
     const hash = passwordHash();
     await inLanguage('en', hash, async (admin, site, page, server) => {
         await englishWalk(admin, site);
+        await adminWalk(admin, site);
         await odbcWalk(admin);
         await publicPages(page, server.port, options.out);
     });
     await inLanguage('fr', hash, (admin) => deletionWalk(admin, 'fr'));
     await inLanguage('es', hash, (admin) => deletionWalk(admin, 'es'));
+    await inLanguage('fr', hash, (admin) => utf8Walk(admin), 'utf-8');
     console.log(`screenshots in ${options.out}`);
 }
 

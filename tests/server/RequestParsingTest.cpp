@@ -220,13 +220,15 @@ TEST(Forms, MultipartGivesFieldsAndFileContentsInOrder)
         "------b\r\nContent-Disposition: form-data; name=\"file\"; filename=\"a.bin\"\r\n"
         "Content-Type: application/octet-stream\r\n\r\n" +
         content + "\r\n------b\r\nContent-Disposition: form-data; name=\"x\"\r\n\r\ntwo\r\n------b--\r\n";
-    auto fields = parseMultipart(body, boundary);
+    NameValueList fileNames;
+    auto fields = parseMultipart(body, boundary, &fileNames);
     ASSERT_TRUE(fields);
     ASSERT_EQ(fields->size(), 3u);
     EXPECT_EQ((*fields)[0].second, "one");
     EXPECT_EQ((*fields)[1].first, "file");
     EXPECT_EQ((*fields)[1].second, content);
     EXPECT_EQ((*fields)[2].second, "two");
+    EXPECT_EQ(fileNames, (NameValueList{{"file", "a.bin"}})) << "only file fields have a file name";
 }
 
 TEST(Forms, MalformedMultipartIsRejected)
