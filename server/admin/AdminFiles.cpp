@@ -20,40 +20,6 @@ namespace
 constexpr size_t kMaxListedFiles = 500;
 constexpr size_t kMaxNameLength = 120;
 
-struct ExportFile
-{
-    std::string name;
-    uintmax_t size = 0;
-    std::time_t modified = 0;
-};
-
-// A name as the folder's own entry: no separator, not hidden (which also rules out "." and "..").
-bool isPlainEntryName(std::string_view name)
-{
-    return !name.empty() && name.size() <= 255 && name[0] != '.' &&
-           name.find_first_of(std::string_view("/\\\0", 3)) == std::string_view::npos;
-}
-
-// The files of the folder a person may download: regular files (links are not followed),
-// not hidden, sorted by name.
-std::vector<ExportFile> listExportFiles(const fs::path& folder)
-{
-    std::vector<ExportFile> files;
-    std::error_code error;
-    for (const auto& entry : fs::directory_iterator(folder, error))
-    {
-        const std::string name = entry.path().filename().string();
-        struct stat info;
-        if (!isPlainEntryName(name) || ::lstat(entry.path().c_str(), &info) != 0 || !S_ISREG(info.st_mode))
-            continue;
-        files.push_back({name, static_cast<uintmax_t>(info.st_size), info.st_mtim.tv_sec});
-        if (files.size() == kMaxListedFiles)
-            break;
-    }
-    std::sort(files.begin(), files.end(), [](const auto& a, const auto& b) { return a.name < b.name; });
-    return files;
-}
-
 // Why the region refuses this file of its exports folder (one of its own files, such as a log
 // kept there), or empty.
 std::string refusalOfRegion(RequestContext& request, std::string_view name)
@@ -144,7 +110,7 @@ std::string renderExportFiles(RequestContext& request)
         "<section class=\"files\">\n<h2>Files for export and import</h2>\n<p>The editor exports to "
         "and imports from <code>" +
         htmlEncode(folder.string()) + "</code>.</p>\n";
-    const std::vector<ExportFile> files = listExportFiles(folder);
+    const std::vector<FolderEntry> files = listFolderEntries(folder, EntryKind::File, kMaxListedFiles);
     if (files.empty())
         html += "<p>The folder holds no files yet.</p>\n";
     else

@@ -64,19 +64,12 @@ struct BackupFolder
 std::vector<BackupFolder> listBackups(const fs::path& folder)
 {
     std::vector<BackupFolder> backups;
-    std::error_code error;
-    for (const auto& entry : fs::directory_iterator(folder, error))
+    for (const FolderEntry& entry : listFolderEntries(folder, EntryKind::Folder, 1000))
     {
-        const std::string name = entry.path().filename().string();
-        struct stat info;
-        if (name.empty() || name[0] == '.' || ::lstat(entry.path().c_str(), &info) != 0 ||
-            !S_ISDIR(info.st_mode))
-            continue;
-        BackupFolder backup{name, info.st_mtim.tv_sec, {}};
-        for (const auto& file : fs::directory_iterator(entry.path(), error))
-            if (file.path().extension() == ".kivdb" && file.path().filename().string()[0] != '.')
-                backup.databases.push_back(file.path().stem().string());
-        std::sort(backup.databases.begin(), backup.databases.end());
+        BackupFolder backup{entry.name, entry.modified, {}};
+        for (const FolderEntry& file : listFolderEntries(folder / entry.name, EntryKind::File, 10000))
+            if (fs::path(file.name).extension() == ".kivdb")
+                backup.databases.push_back(fs::path(file.name).stem().string());
         backups.push_back(std::move(backup));
     }
     std::sort(backups.begin(), backups.end(),

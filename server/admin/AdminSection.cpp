@@ -1,7 +1,9 @@
 // The pieces every section of the administration page shares.
 #include "admin/AdminSection.h"
 
+#include <algorithm>
 #include <cstdio>
+#include <sys/stat.h>
 
 namespace kiv
 {
@@ -33,6 +35,31 @@ std::string listingTableHead(std::initializer_list<std::string_view> labels)
 std::string listingCell(std::string_view label, std::string_view html)
 {
     return "<td data-label=\"" + htmlEncode(label) + "\">" + std::string(html) + "</td>";
+}
+
+bool isPlainEntryName(std::string_view name)
+{
+    return !name.empty() && name.size() <= 255 && name[0] != '.' &&
+           name.find_first_of(std::string_view("/\\\0", 3)) == std::string_view::npos;
+}
+
+std::vector<FolderEntry> listFolderEntries(const std::filesystem::path& folder, EntryKind kind, size_t limit)
+{
+    std::vector<FolderEntry> entries;
+    std::error_code error;
+    for (const auto& entry : std::filesystem::directory_iterator(folder, error))
+    {
+        const std::string name = entry.path().filename().string();
+        struct stat info;
+        if (!isPlainEntryName(name) || ::lstat(entry.path().c_str(), &info) != 0 ||
+            !(kind == EntryKind::File ? S_ISREG(info.st_mode) : S_ISDIR(info.st_mode)))
+            continue;
+        entries.push_back({name, static_cast<uintmax_t>(info.st_size), info.st_mtim.tv_sec});
+        if (entries.size() == limit)
+            break;
+    }
+    std::sort(entries.begin(), entries.end(), [](const auto& a, const auto& b) { return a.name < b.name; });
+    return entries;
 }
 
 std::string formatAdminTime(std::time_t when)

@@ -7,9 +7,11 @@
 #include "services/RequestContext.h"
 
 #include <ctime>
+#include <filesystem>
 #include <initializer_list>
 #include <string>
 #include <string_view>
+#include <vector>
 
 namespace kiv
 {
@@ -38,6 +40,26 @@ std::string adminActionField(std::string_view action);
 // per row, each cell with its label: the head opens the table, each cell carries its label.
 std::string listingTableHead(std::initializer_list<std::string_view> labels);
 std::string listingCell(std::string_view label, std::string_view html);
+
+// An entry of a folder as the page shows it.
+struct FolderEntry
+{
+    std::string name;
+    uintmax_t size = 0;
+    std::time_t modified = 0;
+};
+
+enum class EntryKind
+{
+    File,
+    Folder
+};
+
+// A name as a folder's own entry: no separator, not hidden (which also rules out "." and "..").
+bool isPlainEntryName(std::string_view name);
+// The entries of a folder of one kind, not hidden, sorted by name, at most limit of them.
+// Symbolic links are never followed: a link is neither a file nor a folder here.
+std::vector<FolderEntry> listFolderEntries(const std::filesystem::path& folder, EntryKind kind, size_t limit);
 
 // "2026-11-25 00:15 UTC"; "-" for 0.
 std::string formatAdminTime(std::time_t when);
