@@ -93,6 +93,11 @@ def free_port_outside_the_ephemeral_range():
     raise AssertionError("no free port below the ephemeral range")
 
 
+def read_text(path):
+    with open(path, encoding="latin-1") as file:
+        return file.read()
+
+
 def metrics_of(port, headers=None):
     """The metric samples of /kiv-status/metrics as {(name, sorted labels): value}."""
     status, text = kh.get(port, "/kiv-status/metrics", headers=headers)
@@ -203,6 +208,9 @@ class ReloadTest(unittest.TestCase):
     def test_usr1_opens_the_logs_again_after_they_were_renamed(self):
         log = os.path.join(self.site.base, "access.log")
         self.assertEqual(kh.get(self.server.port, "/t/hello.html?before")[0], 200)
+        # A worker writes its access line once the response is sent, so the client can be
+        # answered before the line is in the file.
+        self.assertTrue(kh.wait_until(lambda: "?before" in read_text(log), 10))
         os.rename(log, log + ".1")
         self.server.process.send_signal(signal.SIGUSR1)
         self.wait_for_log("logs opened again")
@@ -210,8 +218,8 @@ class ReloadTest(unittest.TestCase):
         self.assertTrue(kh.wait_until(lambda: os.path.exists(log), 10))
         for index in range(20):
             self.assertEqual(kh.get(self.server.port, f"/t/hello.html?after={index}")[0], 200)
-        with open(log) as fresh, open(log + ".1") as rotated:
-            fresh_lines, rotated_lines = fresh.read(), rotated.read()
+        kh.wait_until(lambda: read_text(log).count("?after=") >= 20, 10)
+        fresh_lines, rotated_lines = read_text(log), read_text(log + ".1")
         self.assertIn("?before", rotated_lines)
         self.assertNotIn("?after", rotated_lines)
         self.assertEqual(fresh_lines.count("?after="), 20, fresh_lines)
