@@ -4,6 +4,7 @@
 #
 #   scripts/bench.sh            the whole comparison (about 20 minutes on 2 cores)
 #   scripts/bench.sh --quick    2 runs of 3 s each and a shorter memory run, to try the script
+#                               (or BENCH_QUICK=1: also 20,000 records and one run of 2 s)
 #   scripts/bench.sh --postgres-only [--quick]    only the PostgreSQL pages (below)
 #
 # Settings (environment): BENCH_RUNS (3), BENCH_DURATION seconds per measurement (10),
@@ -11,15 +12,20 @@
 # BENCH_BUILD (build-bench), BENCH_WORK (<build>/bench-run), BENCH_PORT_BASE (18180),
 # BENCH_BEFORE (the work folder of an earlier run, say of an older revision, kept elsewhere:
 # the report then compares the 25-row page before and after), BENCH_DOCS (docs: where the
-# report goes; point it elsewhere for a trial).
+# report goes; point it elsewhere for a trial), BENCH_FLOODS and BENCH_POSTGRES (1: 0 leaves
+# those parts out of a trial).
 #
-# Pages, each over both index setups (separate indexes on City and Name; one on (City, Name)):
+# Pages, each over both index setups (fields Name and City indexed one by one, on which
+# kiv-server makes itself a (City, Name) index at the first search; or that index alone,
+# declared with the service's addIndex as `kiv-server db index add` does):
 #   page25    a 25-row search page: City = Lyon, ORDER BY Name, page 2, paging footer
 #   rows10000 every record ordered by name, 10,000 rows (the result limit raised)
 #   editor    the editor's search-results page (the same search, posted)
-# Peers: the 25-row page in PHP (PDO SQLite, prepared statements, htmlspecialchars) under
-# php-fpm behind nginx; nginx serving the rendered bytes as a static file (the ceiling);
-# sqlite3 -html running the same queries (the floor).
+# Peers: the 25-row and 10,000-row pages in PHP (PDO SQLite, prepared statements,
+# htmlspecialchars) under php-fpm behind nginx; nginx serving the rendered bytes as a static
+# file (the ceiling); sqlite3 -html running the same queries (the floor). After kiv-server's
+# first search, the peers' database gets the very indexes kiv-server's holds (`kiv-server db
+# index list`), and both lists go into the report.
 # Floods (one index on (City, Name)): 200 slowloris connections, 64 slow bodies, ten megabytes
 # of empty lines before a request line, 1,000 idle connections and 32 threads of wrong logins,
 # each while the 25-row page is probed 20 times (tests/e2e/hostile_clients.py): the latency of
@@ -44,7 +50,12 @@ RECORDS=${BENCH_RECORDS:-100000}
 MEMORY_REQUESTS=${BENCH_MEMORY_REQUESTS:-100000}
 PORT_BASE=${BENCH_PORT_BASE:-18180}
 DOCS=${BENCH_DOCS:-$ROOT/docs}
+FLOODS=${BENCH_FLOODS:-1}
+POSTGRES=${BENCH_POSTGRES:-1}
 PARTS=all
+if [[ ${BENCH_QUICK:-0} == 1 ]]; then
+    RUNS=1 DURATION=2 MEMORY_REQUESTS=2000 RECORDS=${BENCH_RECORDS:-20000}
+fi
 for argument in "$@"; do
     case $argument in
     --quick) RUNS=2 DURATION=3 MEMORY_REQUESTS=20000 ;;
@@ -103,15 +114,13 @@ make_data() {
         "$BUILD/bench/kiv-bench-load" load "$WORK/data-$setup" People "$WORK/people.csv" "$setup"
         # The search tag caps its page at this preference; the 10,000-row page needs it raised.
         printf 'Database%%20Module kivSearchDatabasePref_MaxResults 10000\n' >"$WORK/data-$setup/kiv-preferences.txt"
-        local indexes="CREATE INDEX people_city ON people(City); CREATE INDEX people_name ON people(Name);"
-        [[ $setup == city-name ]] && indexes="CREATE INDEX people_city_name ON people(City, Name);"
+        # Without indexes: match_indexes gives it kiv-server's once kiv-server has searched.
         sqlite3 "$WORK/peer-$setup.sqlite" <<SQL
 CREATE TABLE people(id INTEGER PRIMARY KEY, Name TEXT NOT NULL, City TEXT NOT NULL, Age INTEGER NOT NULL,
                     Email TEXT NOT NULL, Phone TEXT NOT NULL);
 CREATE TEMP TABLE csv(Name, City, Age, Email, Phone);
 .import --csv --skip 1 $WORK/people.csv csv
 INSERT INTO people(Name, City, Age, Email, Phone) SELECT Name, City, Age, Email, Phone FROM csv;
-$indexes
 SQL
     done
     cp "$ROOT"/bench/site/*.html "$WORK/site/"
@@ -139,10 +148,11 @@ wait_for() { # url
     return 1
 }
 
-# The PHP page over a PDO data source name, user (PHP), persistent (PHP), table and ID column.
-php_page() { # dsn user persistent table id
-    sed -e "s|@DSN@|$1|" -e "s|@USER@|$2|" -e "s|@PERSISTENT@|$3|" -e "s|@TABLE@|$4|g" -e "s|@ID@|$5|" \
-        "$ROOT/bench/peers/page25.php"
+# A PHP page of bench/peers over a PDO data source name, user (PHP), persistent (PHP), table
+# and ID column.
+php_page() { # page dsn user persistent table id
+    sed -e "s|@DSN@|$2|" -e "s|@USER@|$3|" -e "s|@PERSISTENT@|$4|" -e "s|@TABLE@|$5|g" -e "s|@ID@|$6|" \
+        "$ROOT/bench/peers/$1.php"
 }
 
 # Whether two pages' bytes are the same, as a word in $WORK/floor/<name>.txt.
@@ -167,14 +177,34 @@ start_peers() {
     PIDS+=($!)
 }
 
+# The indexes of kiv-server's People, as `kiv-server db index list` gives them (one line per
+# index, its fields), made on the peers' table too; both lists in $WORK/indexes/<setup>.txt.
+match_indexes() { # setup
+    local setup=$1 fields number=0 out="$WORK/indexes/$1.txt"
+    : >"$out"
+    while IFS= read -r fields; do
+        echo "kiv-server $fields" >>"$out"
+        # The unique ID field is kiv-server's own; the peers' row id is their primary key.
+        [[ $fields == KIVIDFIELD ]] && continue
+        number=$((number + 1))
+        sqlite3 "$WORK/peer-$setup.sqlite" "CREATE INDEX peer_index_$number ON people($fields);"
+    done < <("$BUILD/server/kiv-server" db index list People --data "$WORK/data-$setup")
+    sqlite3 "$WORK/peer-$setup.sqlite" "SELECT sql FROM sqlite_master WHERE type = 'index' ORDER BY name;" |
+        sed 's/^/peers /' >>"$out"
+}
+
 start_servers() { # setup
     local setup=$1
     "$BUILD/server/kiv-server" serve --root "$WORK/site" --data "$WORK/data-$setup" --listen 127.0.0.1 \
         --port "$KIV_PORT" --workers 2 --server-log "$WORK/logs/kiv-$setup.log" --access-log /dev/null &
     PIDS+=($!)
-    php_page "sqlite:$WORK/peer-$setup.sqlite" null false people id >"$WORK/php/page25.php"
+    wait_for "http://127.0.0.1:$KIV_PORT/page25.html?city=$CITY&page=2" # its first search
+    match_indexes "$setup"
+    local page
+    for page in page25 rows10000; do
+        php_page "$page" "sqlite:$WORK/peer-$setup.sqlite" null false people id >"$WORK/php/$page.php"
+    done
     start_peers
-    wait_for "http://127.0.0.1:$KIV_PORT/page25.html"
     wait_for "http://127.0.0.1:$NGINX_PORT/page25.php"
 }
 
@@ -323,7 +353,7 @@ postgres_pages() {
     for table in "${PG_TABLES[@]}"; do
         sed "s|databaseName=\"People\"|databaseName=\"$table\" odbcDataSource=\"$PG_SOURCE\" odbcUsername=\"kiv\"|" \
             "$ROOT/bench/site/page25.html" >"$WORK/site-pg/$table.html"
-        php_page "pgsql:host=127.0.0.1;port=$PG_PORT;dbname=kivtest" "'kiv'" true "$table" KIVIDFIELD \
+        php_page page25 "pgsql:host=127.0.0.1;port=$PG_PORT;dbname=kivtest" "'kiv'" true "$table" KIVIDFIELD \
             >"$WORK/php/$table.php"
     done
     log "postgres: starting kiv-server, php-fpm and nginx"
@@ -368,7 +398,7 @@ main() {
     install_peers
     build
     rm -rf "$WORK"
-    mkdir -p "$WORK"/{site,static,php,nginx,logs,wrk,rss,floor,floods,cpu}
+    mkdir -p "$WORK"/{site,static,php,nginx,logs,wrk,rss,floor,floods,cpu,indexes}
     make_csv
     if [[ $PARTS == postgres ]]; then
         postgres_pages
@@ -389,6 +419,8 @@ main() {
         curl -s "http://127.0.0.1:$KIV_PORT/rows10000.html" >"$WORK/static/rows10000-$setup.html"
         sqlite3 -html "$WORK/peer-$setup.sqlite" "$sql10k" >"$WORK/floor/rows10000-$setup.html"
         compare_bytes "${setup}__rows10000-bytes" "$WORK/static/rows10000-$setup.html" "$WORK/floor/rows10000-$setup.html"
+        curl -s "http://127.0.0.1:$NGINX_PORT/rows10000.php" >"$WORK/php/rows10000-$setup.out"
+        compare_bytes "${setup}__php-rows10000-bytes" "$WORK/static/rows10000-$setup.html" "$WORK/php/rows10000-$setup.out"
         record_memory "$setup" start
         for run in $(seq "$RUNS"); do
             log "setup $setup: run $run of $RUNS"
@@ -400,17 +432,18 @@ main() {
                 -s "$ROOT/bench/peers/editor-search.lua"
             # One connection: the latency is the time to make one 10,000-row page.
             measure "$setup" kiv-rows10000 "$run" "http://127.0.0.1:$KIV_PORT/rows10000.html" 1 --timeout 60s
+            measure "$setup" php-rows10000 "$run" "http://127.0.0.1:$NGINX_PORT/rows10000.php" 1 --timeout 60s
         done
         record_memory "$setup" after-runs
         if [[ $setup == city-name ]]; then
-            floods "$setup"
+            ((FLOODS)) && floods "$setup"
             memory_run "$setup"
         fi
         stop_servers
         sqlite_floor "$setup" sqlite-page25 2000 "$sql25"
         sqlite_floor "$setup" sqlite-rows10000 20 "$sql10k"
     done
-    postgres_pages
+    ((POSTGRES)) && postgres_pages
     micro_benchmarks
     report
 }

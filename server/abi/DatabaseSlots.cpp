@@ -270,8 +270,18 @@ uint32_t DatabaseSlots::getValue(db::Database& database, void* a4, void* a5, voi
     {
     case kKivValueKind_Text:
     {
-        const std::string text = db::valueAsText(*field, *value);
-        return writeText(a6, a7, myValueText == ValueText::HtmlEncoded ? htmlEncode(text) : text, kBadSlot);
+        // Every placeholder of every record comes here: a stored text goes straight from the
+        // record buffer into the module's buffer, and only a value that encoding changes is
+        // copied into an encoded form.
+        std::string formatted;
+        std::string_view text;
+        if (const auto* stored = std::get_if<std::string>(value))
+            text = *stored;
+        else
+            text = formatted = db::valueAsText(*field, *value);
+        if (myValueText == ValueText::HtmlEncoded && htmlEncodingChanges(text))
+            text = formatted = htmlEncode(text);
+        return writeText(a6, a7, text, kBadSlot);
     }
     case kKivValueKind_UInt32:
     case kKivValueKind_Int32:

@@ -38,8 +38,14 @@ size_t findIgnoringCase(std::string_view text, std::string_view needle, size_t p
 {
     if (needle.empty())
         return position <= text.size() ? position : std::string_view::npos;
+    // Pages and module output are scanned whole for markers: test the first byte in both cases
+    // before comparing the rest, which keeps the scan to a few instructions a byte.
+    const char lower = toLowerAscii(needle[0]);
+    const char upper = (lower >= 'a' && lower <= 'z') ? static_cast<char>(lower - 'a' + 'A') : lower;
+    const std::string_view rest = needle.substr(1);
     for (size_t i = position; i + needle.size() <= text.size(); ++i)
-        if (equalsIgnoringCase(text.substr(i, needle.size()), needle))
+        if ((text[i] == lower || text[i] == upper) &&
+            equalsIgnoringCase(text.substr(i + 1, rest.size()), rest))
             return i;
     return std::string_view::npos;
 }
@@ -53,8 +59,37 @@ std::string_view trim(std::string_view text, std::string_view characters)
     return text.substr(first, last - first + 1);
 }
 
+namespace
+{
+// The bytes htmlEncode replaces or drops: the five special characters and control bytes other
+// than tab, carriage return and line feed.
+struct HtmlSpecialBytes
+{
+    bool special[256] = {};
+    constexpr HtmlSpecialBytes()
+    {
+        for (int c = 0; c < 0x20; ++c)
+            special[c] = c != '\t' && c != '\r' && c != '\n';
+        special[0x7F] = true;
+        for (unsigned char c : {'&', '<', '>', '"', '\''})
+            special[c] = true;
+    }
+};
+constexpr HtmlSpecialBytes kHtmlSpecialBytes;
+} // namespace
+
+bool htmlEncodingChanges(std::string_view text)
+{
+    for (char c : text)
+        if (kHtmlSpecialBytes.special[static_cast<unsigned char>(c)])
+            return true;
+    return false;
+}
+
 std::string htmlEncode(std::string_view text)
 {
+    if (!htmlEncodingChanges(text))
+        return std::string(text);
     std::string encoded;
     encoded.reserve(text.size());
     for (char c : text)

@@ -26,6 +26,9 @@ std::string_view trim(std::string_view text, std::string_view characters = " \t\
 // &, <, >, " and ' become character references; control bytes other than tab, CR and LF
 // (a NUL from "%00", DEL) are dropped; every other byte passes unchanged.
 std::string htmlEncode(std::string_view text);
+// Whether htmlEncode would change the text: most field values have nothing to encode and are
+// then used as they are.
+bool htmlEncodingChanges(std::string_view text);
 // Decodes the common named references and numeric references up to 255; anything else
 // (including unknown names) is left as written.
 std::string htmlDecode(std::string_view text);

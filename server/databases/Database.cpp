@@ -83,6 +83,19 @@ template <typename Operation> uint32_t Database::guarded(Operation&& operation)
 
 std::optional<size_t> Database::fieldIndex(std::string_view name) const
 {
+    // A page asks for the same few names, as written, for every record it shows: remember the
+    // answers by the exact text asked, until the field list changes.
+    for (const auto& [asked, index] : myAskedFieldNames)
+        if (asked == name)
+            return index;
+    const auto index = lookUpField(name);
+    if (myAskedFieldNames.size() < kRememberedFieldNames)
+        myAskedFieldNames.emplace_back(std::string(name), index);
+    return index;
+}
+
+std::optional<size_t> Database::lookUpField(std::string_view name) const
+{
     // As people and the module write names: "City ", "(City)" from a placeholder, "( City )".
     name = trimBlanks(name);
     if (const auto index = myTable->fieldIndex(name))
@@ -113,6 +126,7 @@ uint32_t Database::fieldInfo(std::string_view name, uint32_t& typeWord)
 
 void Database::afterSchemaChange()
 {
+    myAskedFieldNames.clear();
     myRecord = Record();
     clearSearch();
 }

@@ -18,6 +18,7 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 namespace kiv::db
@@ -106,6 +107,7 @@ private:
 
     const std::vector<FieldDefinition>& fields() const { return myTable->fields(); }
     std::optional<size_t> fieldIndex(std::string_view name) const;
+    std::optional<size_t> lookUpField(std::string_view name) const;
     uint32_t fail(uint32_t code, std::string message, std::string line = {});
     uint32_t fieldNotFound(std::string_view name);
     template <typename Operation> uint32_t guarded(Operation&& operation);
@@ -142,6 +144,9 @@ private:
     ResultCursor myResults;
     ResultCursor::RowLoader myLoader;
     bool mySearchActive = false;
+    // Field names as asked, with their answers (fieldIndex); a handful per page.
+    static constexpr size_t kRememberedFieldNames = 32;
+    mutable std::vector<std::pair<std::string, std::optional<size_t>>> myAskedFieldNames;
 };
 
 } // namespace kiv::db

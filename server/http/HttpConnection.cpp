@@ -10,6 +10,7 @@
 // which closes the socket: a client that is too slow mid-request gets a 408 first.
 #include "http/ConnectionContext.h"
 
+#include "common/MemoryRelease.h"
 #include "http/Compression.h"
 #include "http/RequestReader.h"
 #include "http/ResponseMessage.h"
@@ -608,6 +609,9 @@ private:
         disarm();
         logAccess();
         myResponse.reset();
+        if (myAccess.bytesSent >= kLargeResponseBytes)
+            giveBackFreeMemory(); // what made the page is free now; the body just was
+
         if (!myKeepAlive || my.stopping)
             return closeGracefully();
         myReader.reset();

@@ -212,7 +212,7 @@ private:
                 myEnvironment.reportPageProblem(name, "the tag has no end tag </" + std::string(name) +
                                                           ">; it was run without a body");
         }
-        out += removeDoNotProcessMarkers(myEnvironment.runTag(tag));
+        appendWithoutDoNotProcessMarkers(myEnvironment.runTag(tag), out);
         return next;
     }
 
@@ -277,7 +277,7 @@ private:
             return tagEnd + 1; // stray marker: removed
         auto end = findPairedEndTag(text, tagEnd + 1, kDoNotProcess);
         size_t bodyEnd = end ? end->start : text.size();
-        out += removeDoNotProcessMarkers(text.substr(tagEnd + 1, bodyEnd - tagEnd - 1));
+        appendWithoutDoNotProcessMarkers(text.substr(tagEnd + 1, bodyEnd - tagEnd - 1), out);
         return end ? end->end : text.size();
     }
 
@@ -405,6 +405,12 @@ std::string expandParameterValue(std::string_view written, PageEnvironment& envi
 std::string removeDoNotProcessMarkers(std::string_view text)
 {
     std::string out;
+    appendWithoutDoNotProcessMarkers(text, out);
+    return out;
+}
+
+void appendWithoutDoNotProcessMarkers(std::string_view text, std::string& out)
+{
     size_t position = 0;
     while (true)
     {
@@ -412,7 +418,7 @@ std::string removeDoNotProcessMarkers(std::string_view text)
         if (marker == std::string_view::npos)
         {
             out.append(text.substr(position));
-            return out;
+            return;
         }
         size_t open = marker;
         if (open >= 1 && text[open - 1] == '<')

@@ -67,5 +67,7 @@ std::string expandParameterValue(std::string_view written, PageEnvironment& envi
 
 // Removes every <kivDoNotProcess> and </kivDoNotProcess> marker (any case).
 std::string removeDoNotProcessMarkers(std::string_view text);
+// The same, appended to `out`: a tag's output goes into the page without a copy of its own.
+void appendWithoutDoNotProcessMarkers(std::string_view text, std::string& out);
 
 } // namespace kiv

@@ -1,6 +1,7 @@
 // A serving process and its signals.
 #include "process/Worker.h"
 
+#include "common/MemoryRelease.h"
 #include "http/HttpServer.h"
 #include "process/Signals.h"
 #include "region/RegionState.h"
@@ -47,6 +48,7 @@ void SignalThread::watch(WorkerControl& control, pid_t master)
 
 void serveGeneration(Generation& generation, WorkerControl& control, const std::function<void()>& onReady)
 {
+    limitRetainedMemory();
     ModuleHost host(generation.modules);
     host.initializeAll();
     RegionStates regions(generation.config);

@@ -4,6 +4,8 @@
 #include "logging/Log.h"
 #include "process/Metrics.h"
 
+#include <utility>
+
 namespace kiv
 {
 
@@ -199,11 +201,10 @@ std::string TagDispatcher::runTag(const TagInvocation& written)
     myRequest.inTag = false;
     myRequest.valueText = abi::ValueText::AsStored;
     metrics::countTagCall(registered->name, result.code == 0 ? "0" : fourCharacterCode(result.code));
-    return present(tag, result, LogKind::Error);
+    return present(tag, std::move(result), LogKind::Error);
 }
 
-std::string TagDispatcher::present(const TagInvocation& tag, const ModuleCallResult& result,
-                                   LogKind failureKind)
+std::string TagDispatcher::present(const TagInvocation& tag, ModuleCallResult&& result, LogKind failureKind)
 {
     const bool failed = result.error.isSet || result.code != 0;
     std::string headline = result.error.isSet ? result.error.headline
@@ -214,7 +215,7 @@ std::string TagDispatcher::present(const TagInvocation& tag, const ModuleCallRes
                               result.code == 0 ? std::string("0") : fourCharacterCode(result.code));
     myRequest.setPageVariable("kivError", failed ? htmlDecode(headline) : std::string());
     if (!failed)
-        return result.output;
+        return std::move(result.output); // a 10,000-row page is not copied again
 
     const RegionConfig& region = myRequest.region.region;
     std::string hint = result.error.isSet ? result.error.hint : "The module reported no further information.";
@@ -227,7 +228,7 @@ std::string TagDispatcher::present(const TagInvocation& tag, const ModuleCallRes
         logLine += " Database service: " + detail;
     writeServerLog(failureKind, {region.name, myRequest.urlPath, tag.name}, logLine);
     if (!region.showErrors)
-        return result.output;
+        return std::move(result.output);
     return renderErrorBlock(tag.name, headline, hint, detail) + result.output;
 }
 

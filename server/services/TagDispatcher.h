@@ -33,7 +33,7 @@ private:
     bool admitsWrite(const TagInvocation& tag);
     // Sets kivResult and kivError from the outcome and answers what stands in the page; a failure
     // is logged at `failureKind` and shown in the error box where the region shows errors.
-    std::string present(const TagInvocation& tag, const ModuleCallResult& result, LogKind failureKind);
+    std::string present(const TagInvocation& tag, ModuleCallResult&& result, LogKind failureKind);
 
     ModuleHost& myHost;
     RequestContext& myRequest;

@@ -6,6 +6,11 @@
       connections; passes when every request succeeds, no worker was replaced, and each
       worker's resident memory stays flat after warming up (measured from /proc).
 
+  load.py large --server S --module M [--requests N]
+      N pages of 10,000 rows each (default 12), four at a time, from a database of 10,000
+      records; passes when every page is complete and each worker, at rest afterwards, is
+      resident in less than --resident-mib (32): the memory a large page took is given back.
+
   load.py concurrency --server S --module M [--requests N] [--sanitizer-log DIR]
       Mixed concurrent requests (pages with searches, adds, the editor, the administration
       page, static files) into one worker with several threads. With --sanitizer-log, the
@@ -18,6 +23,7 @@ import glob
 import http.client
 import itertools
 import os
+import subprocess
 import sys
 import threading
 import time
@@ -69,8 +75,9 @@ class Client:
             self.connection = None
 
 
-def run_requests(port, count, connections, next_request):
-    """Sends count requests over the given number of connections; returns the failures."""
+def run_requests(port, count, connections, next_request, check=None):
+    """Sends count requests over the given number of connections; returns the failures. check,
+    when given, is called with each answer's status and body."""
     lock = threading.Lock()
     remaining = [count]
     failures = []
@@ -86,6 +93,8 @@ def run_requests(port, count, connections, next_request):
                     method, path, body, headers = next_request()
                 try:
                     status, data = client.send(method, path, body, headers)
+                    if check:
+                        check(status, data)
                     if status >= 400 or (path.endswith(".html") and b"</html>" not in data):
                         with lock:
                             failures.append(f"{method} {path}: {status} {data[:200]!r}")
@@ -152,6 +161,64 @@ def soak(arguments):
         site.remove()
 
 
+LARGE_PAGE = """<html><body><table><kivSearchDatabase databaseName="Big" orderByField="Name" resultsPerPage="10000">\
+<tr><td>&kivDBField(Name);</td><td>&kivDBField(City);</td><td>&kivDBField(Email);</td><td>&kivDBField(Note);</td></tr>
+</kivSearchDatabase></table></body></html>
+"""
+
+
+def large(arguments):
+    rows = 10000
+    site = kh.Site(arguments.server, arguments.module, workers=2, threads=4, pages={"rows.html": LARGE_PAGE})
+    try:
+        source = os.path.join(site.base, "big.csv")
+        with open(source, "w") as out:
+            out.write("Name,City,Email,Note\n")
+            for i in range(rows):
+                note = f"note {i} " * 24  # a long value makes a page of about 3 MB
+                out.write(f"Person {i:05d},City {i % 7},person{i}@example.org,{note}\n")
+        for command in (["db", "create", "Big", "Name:Text:40", "City:Text:40", "Email:Text:80",
+                         "Note:Text:255"],
+                        ["db", "import", "Big", source]):
+            subprocess.run([arguments.server, *command, "--data", site.data], check=True, capture_output=True,
+                           timeout=120)
+        # The search tag shows at most this many records a page; the page asks for all of them.
+        with open(os.path.join(site.data, "kiv-preferences.txt"), "w") as out:
+            out.write(f"Database%20Module kivSearchDatabasePref_MaxResults {rows}\n")
+        server = kh.Server(arguments.server, site, ready_path="/rows.html")
+        try:
+            problems = []
+            lock = threading.Lock()
+
+            def next_request():
+                return "GET", "/rows.html", None, None
+
+            def check(status, data):
+                if status != 200 or data.count(b"<tr>") != rows:
+                    with lock:
+                        problems.append(f"a page answered {status} with {data.count(b'<tr>')} rows")
+
+            failures = run_requests(server.port, arguments.requests, 4, next_request, check)
+            problems += failures
+            workers = server.workers()
+            # At rest: the last response is written and its connection idle or closed.
+            time.sleep(1)
+            resident = {pid: kh.rss_kib(pid) for pid in workers}
+            print(f"large: {arguments.requests} pages of {rows} rows, worker RSS KiB {resident}", flush=True)
+            for pid, kib in resident.items():
+                if kib > arguments.resident_mib * 1024:
+                    problems.append(f"worker {pid} keeps {kib} KiB after the large pages")
+        finally:
+            server.stop()
+        if problems:
+            print("large FAILED:\n  " + "\n  ".join(problems[:5]))
+            return 1
+        print(f"large: memory given back (under {arguments.resident_mib} MiB a worker)")
+        return 0
+    finally:
+        site.remove()
+
+
 def concurrency(arguments):
     site = kh.Site(arguments.server, arguments.module, workers=1, threads=8)
     env = dict(os.environ)
@@ -208,11 +275,12 @@ def concurrency(arguments):
 
 def main():
     parser = argparse.ArgumentParser(description=__doc__, formatter_class=argparse.RawDescriptionHelpFormatter)
-    parser.add_argument("what", choices=["soak", "concurrency"])
+    parser.add_argument("what", choices=["soak", "concurrency", "large"])
     parser.add_argument("--server", required=True)
     parser.add_argument("--module", required=True)
     parser.add_argument("--requests", type=int, default=0)
     parser.add_argument("--allowed-growth-kib", type=int, default=3072)
+    parser.add_argument("--resident-mib", type=float, default=32)
     parser.add_argument("--sanitizer-log")
     arguments = parser.parse_args()
     arguments.server = os.path.abspath(arguments.server)
@@ -220,6 +288,9 @@ def main():
     if arguments.what == "soak":
         arguments.requests = arguments.requests or 10000
         return soak(arguments)
+    if arguments.what == "large":
+        arguments.requests = arguments.requests or 12
+        return large(arguments)
     arguments.requests = arguments.requests or 1200
     return concurrency(arguments)
 

@@ -22,6 +22,8 @@ constexpr const char* kExtension = ".kivdb";
 constexpr const char* kLockFolder = ".kivlocks";
 constexpr const char* kFormatVersion = "1";
 constexpr size_t kIdleConnectionsPerFile = 4;
+// An open that read more rows than this gives its connection's page cache back to the heap.
+constexpr size_t kRowsReadKeepingCache = 2000;
 constexpr size_t kSearchStatementsPerConnection = 32;
 
 // Number fields order and compare by value, exactly.
@@ -241,6 +243,12 @@ SqliteStatement& StoreConnection::statement(const std::string& key, const std::s
 
 SqliteStatement& StoreConnection::selectRecord()
 {
+    // Asked once per record read: find the prepared statement before building its text.
+    if (auto found = myStatements.find("select-record"); found != myStatements.end())
+    {
+        found->second.reset();
+        return found->second;
+    }
     std::string sql = "SELECT kiv_rowid";
     for (const auto& field : myFields)
         sql += ", " + field.column;
@@ -317,8 +325,13 @@ void ConnectionPool::release(const std::filesystem::path& file, std::unique_ptr<
     std::lock_guard<std::mutex> guard(pool.mutex);
     pool.dropInheritedLocked();
     auto& connections = pool.idle[file.string()];
-    if (connections.size() < kIdleConnectionsPerFile)
-        connections.push_back(std::move(connection));
+    if (connections.size() >= kIdleConnectionsPerFile)
+        return;
+    // A page of thousands of rows fills the page cache with most of the file; pages of a few
+    // rows keep theirs warm.
+    if (connection->takeRowsRead() > kRowsReadKeepingCache)
+        sqlite3_db_release_memory(connection->sql().get());
+    connections.push_back(std::move(connection));
 }
 
 void ConnectionPool::forget(const std::filesystem::path& file)

@@ -22,6 +22,7 @@
 #include <string>
 #include <string_view>
 #include <unordered_map>
+#include <utility>
 #include <vector>
 
 namespace kiv::db
@@ -68,6 +69,28 @@ public:
     bool knowsIndex(const std::string& name) const { return myKnownIndexes.count(name) != 0; }
     void rememberIndex(const std::string& name) { myKnownIndexes.insert(name); }
 
+    // A search's walk forward may keep its statement stepping from one window to the next, so
+    // that a sorted search is sorted once per walk rather than once per window. While open, the
+    // statement holds its read snapshot: every other use of the connection by the table ends the
+    // walk first, and a connection goes back to the pool without one.
+    void beginWalk(SqliteStatement& statement)
+    {
+        endWalk();
+        myWalk = &statement;
+    }
+    bool walking(const SqliteStatement& statement) const { return myWalk == &statement; }
+    void endWalk()
+    {
+        if (myWalk)
+            myWalk->reset();
+        myWalk = nullptr;
+    }
+
+    // Rows read through this connection since it last went back to the pool: one that served a
+    // very large page gives its page cache back when it is put aside.
+    void countRowsRead(size_t rows) { myRowsRead += rows; }
+    size_t takeRowsRead() { return std::exchange(myRowsRead, 0); }
+
     // Device and inode of the file when the connection was opened: a database deleted and
     // made again under the same name is a different file.
     bool isSameFile(const std::filesystem::path& file) const;
@@ -84,6 +107,8 @@ private:
     std::list<std::pair<std::string, SqliteStatement>> mySearchStatements; // most recent first
     std::unordered_map<std::string_view, decltype(mySearchStatements)::iterator> mySearchStatementIndex;
     std::set<std::string> myKnownIndexes;
+    SqliteStatement* myWalk = nullptr; // owned by the query walking
+    size_t myRowsRead = 0;
     dev_t myDevice = 0;
     ino_t myInode = 0;
 };

@@ -138,17 +138,24 @@ private:
     SqliteTransaction myTransaction;
 };
 
-// A search's matches: counted in one snapshot with the file's data version; each window of
-// row ids is read in a snapshot of its own with the version again, so a window the count saw
-// is told from one that changed since.
+// A search's matches: counted in one snapshot with the file's data version; each window is
+// read in a snapshot of its own with the version again, so a window the count saw is told from
+// one that changed since. A window carries its rows' values, read by the same statement as their
+// row ids: a page costs one statement rather than one more per record.
 class EmbeddedQuery : public ResultQuery
 {
 public:
     EmbeddedQuery(StoreConnection& connection, const SqlSearch& search) : myConnection(connection)
     {
         const std::string where = search.where.empty() ? std::string() : " WHERE " + search.where;
-        myRowsSql = "SELECT kiv_rowid FROM kiv_records" + where + " ORDER BY " +
-                    (search.orderBy.empty() ? "" : search.orderBy + ", ") + "kiv_rowid LIMIT ? OFFSET ?";
+        const std::string rest = " FROM kiv_records" + where + " ORDER BY " +
+                                 (search.orderBy.empty() ? "" : search.orderBy + ", ") +
+                                 "kiv_rowid LIMIT ? OFFSET ?";
+        std::string columns;
+        for (const auto& field : myConnection.fields())
+            columns += ", " + field.column;
+        myKeysSql = "SELECT kiv_rowid" + rest;
+        myRowsSql = "SELECT kiv_rowid" + columns + rest;
         myBindings = search.bindings;
         myConnection.searchStatement(myRowsSql); // prepared now, so a search SQLite refuses fails here
         SqliteTransaction snapshot(myConnection.sql(), false);
@@ -163,28 +170,105 @@ public:
         snapshot.commit();
     }
 
+    ~EmbeddedQuery() override
+    {
+        if (myConnection.walking(myWalk))
+            myConnection.endWalk();
+    }
+
     size_t count() const override { return myCount; }
 
     bool fetch(size_t offset, size_t limit, std::vector<RowKey>& keys) override
     {
+        myConnection.endWalk();
+        return read(myKeysSql, offset, limit, keys, nullptr);
+    }
+
+    bool fetchRows(size_t offset, size_t limit, std::vector<RowKey>& keys,
+                   std::vector<std::vector<FieldValue>>& rows) override
+    {
+        if (myConnection.walking(myWalk) && offset == myWalkNext)
+        {
+            // In the snapshot the walk began in, which the count saw.
+            if (!stepRows(myWalk, limit, keys, &rows))
+                myConnection.endWalk();
+            myWalkNext += keys.size();
+            return true;
+        }
+        myConnection.endWalk();
+        // The window right after the last one: the page goes on past its first window, so its
+        // statement reads on without a limit and stays open for the windows that follow.
+        const bool walkOn = offset != 0 && offset == myNextOffset;
+        const bool unchanged =
+            walkOn ? startWalk(offset, limit, keys, rows) : read(myRowsSql, offset, limit, keys, &rows);
+        myNextOffset = offset + keys.size();
+        return unchanged;
+    }
+
+private:
+    void bindWindow(SqliteStatement& select, size_t offset, size_t limit)
+    {
+        bindAll(select, myBindings);
+        const int next = int(myBindings.size()) + 1;
+        select.bindInteger(next, limit == SIZE_MAX ? -1 : int64_t(limit));
+        select.bindInteger(next + 1, int64_t(offset));
+    }
+
+    // Up to `limit` rows from where the statement stands; false when it reached the end.
+    bool stepRows(SqliteStatement& select, size_t limit, std::vector<RowKey>& keys,
+                  std::vector<std::vector<FieldValue>>* rows)
+    {
+        keys.clear();
+        if (rows)
+            rows->clear();
+        const auto& fields = myConnection.fields();
+        while (keys.size() < limit)
+        {
+            if (!select.step())
+                return false;
+            keys.emplace_back(select.columnInteger(0));
+            if (!rows)
+                continue;
+            auto& values = rows->emplace_back(fields.size());
+            for (size_t i = 0; i < fields.size(); ++i)
+                readColumn(select, int(i) + 1, fields[i], values[i]);
+            myConnection.countRowsRead(1);
+        }
+        return true;
+    }
+
+    bool read(const std::string& sql, size_t offset, size_t limit, std::vector<RowKey>& keys,
+              std::vector<std::vector<FieldValue>>* rows)
+    {
         SqliteTransaction snapshot(myConnection.sql(), false);
-        auto& select = myConnection.searchStatement(myRowsSql);
+        auto& select = myConnection.searchStatement(sql);
         {
             StatementScope scope(select);
-            bindAll(select, myBindings);
-            const int next = int(myBindings.size()) + 1;
-            select.bindInteger(next, limit == SIZE_MAX ? -1 : int64_t(limit));
-            select.bindInteger(next + 1, int64_t(offset));
-            keys.clear();
-            while (select.step())
-                keys.emplace_back(select.columnInteger(0));
+            bindWindow(select, offset, limit);
+            stepRows(select, limit, keys, rows);
         }
         const bool unchanged = dataVersion() == myDataVersion;
         snapshot.commit();
         return unchanged || (offset == 0 && limit == SIZE_MAX);
     }
 
-private:
+    bool startWalk(size_t offset, size_t limit, std::vector<RowKey>& keys,
+                   std::vector<std::vector<FieldValue>>& rows)
+    {
+        if (!myWalk)
+            myWalk = myConnection.sql().prepare(myRowsSql);
+        SqliteTransaction snapshot(myConnection.sql(), false);
+        bindWindow(myWalk, offset, SIZE_MAX);
+        myConnection.beginWalk(myWalk);
+        const bool more = stepRows(myWalk, limit, keys, &rows);
+        const bool unchanged = dataVersion() == myDataVersion;
+        snapshot.commit(); // the walk's statement keeps its read snapshot while it is open
+        if (!more || !unchanged)
+            myConnection.endWalk();
+        myWalkNext = offset + keys.size();
+        return unchanged;
+    }
+
     int64_t dataVersion()
     {
         auto& version = myConnection.statement("data-version", "PRAGMA data_version");
@@ -194,10 +278,16 @@ private:
     }
 
     StoreConnection& myConnection;
-    std::string myRowsSql; // the row ids in order, "LIMIT ? OFFSET ?" after the bindings
+    // The row ids in order, alone or with every field's column; "LIMIT ? OFFSET ?" after the
+    // bindings.
+    std::string myKeysSql;
+    std::string myRowsSql;
     std::vector<SqlBinding> myBindings;
     size_t myCount = 0;
     int64_t myDataVersion = 0; // of the database when counted
+    size_t myNextOffset = 0;   // the offset after the window read last
+    SqliteStatement myWalk;    // myRowsSql without a limit, prepared when a walk first needs it
+    size_t myWalkNext = 0;     // the offset of the row it steps to next
 };
 } // namespace
 
@@ -214,6 +304,8 @@ EmbeddedTable::EmbeddedTable(std::string name, std::filesystem::path file, Datab
 
 EmbeddedTable::~EmbeddedTable()
 {
+    if (myConnection)
+        myConnection->endWalk();
     if (myConnection && !myConnectionFailed)
         ConnectionPool::instance().release(myFile, std::move(myConnection));
 }
@@ -268,6 +360,7 @@ std::string EmbeddedTable::takeSchemaLock()
 
 void EmbeddedTable::addField(const std::string& name, uint32_t typeWord)
 {
+    myConnection->endWalk();
     if (!isValidTypeWord(typeWord))
         throw StoreError(result::kInvalidArgument,
                          "The type word " + std::to_string(typeWord) +
@@ -325,6 +418,7 @@ void EmbeddedTable::addField(const std::string& name, uint32_t typeWord)
 
 void EmbeddedTable::deleteField(size_t index)
 {
+    myConnection->endWalk();
     const std::string column = fields()[index].column;
     auto& sql = myConnection->sql();
     {
@@ -353,6 +447,7 @@ void EmbeddedTable::deleteField(size_t index)
 
 bool EmbeddedTable::readRow(const RowKey& key, std::vector<FieldValue>& values)
 {
+    myConnection->endWalk();
     // One statement per record; `values` is left alone when the record no longer exists.
     auto& select = myConnection->selectRecord();
     StatementScope scope(select);
@@ -363,11 +458,13 @@ bool EmbeddedTable::readRow(const RowKey& key, std::vector<FieldValue>& values)
     values.resize(all.size());
     for (size_t i = 0; i < all.size(); ++i)
         readColumn(select, int(i) + 1, all[i], values[i]);
+    myConnection->countRowsRead(1);
     return true;
 }
 
 RowKey EmbeddedTable::insertRow(std::vector<FieldValue>& values, const std::vector<bool>& given)
 {
+    myConnection->endWalk();
     const auto& all = fields();
     for (size_t i = 0; i < all.size(); ++i)
     {
@@ -403,6 +500,7 @@ RowKey EmbeddedTable::insertRow(std::vector<FieldValue>& values, const std::vect
 bool EmbeddedTable::updateRow(const RowKey& key, const std::vector<size_t>& changed,
                               const std::vector<FieldValue>& values)
 {
+    myConnection->endWalk();
     std::string assignments;
     for (const size_t i : changed)
         assignments += (assignments.empty() ? "" : ", ") + fields()[i].column + " = ?";
@@ -417,6 +515,7 @@ bool EmbeddedTable::updateRow(const RowKey& key, const std::vector<size_t>& chan
 
 std::vector<RowKey> EmbeddedTable::rowsWithUniqueID(const FieldValue& uniqueID)
 {
+    myConnection->endWalk();
     const FieldDefinition& field = fields()[*uniqueIDIndex()];
     auto& select = myConnection->statement(
         "by-id-" + field.column, "SELECT kiv_rowid FROM kiv_records WHERE " + field.column + " = ?");
@@ -430,6 +529,7 @@ std::vector<RowKey> EmbeddedTable::rowsWithUniqueID(const FieldValue& uniqueID)
 
 void EmbeddedTable::deleteRows(const std::vector<RowKey>& keys)
 {
+    myConnection->endWalk();
     auto& remove = myConnection->statement("delete-row", "DELETE FROM kiv_records WHERE kiv_rowid = ?");
     for (const RowKey& key : keys)
     {
@@ -441,11 +541,13 @@ void EmbeddedTable::deleteRows(const std::vector<RowKey>& keys)
 
 void EmbeddedTable::deleteAllRows()
 {
+    myConnection->endWalk();
     myConnection->sql().execute("DELETE FROM kiv_records");
 }
 
 size_t EmbeddedTable::rowCount()
 {
+    myConnection->endWalk();
     auto& select = myConnection->statement("count", "SELECT COUNT(*) FROM kiv_records");
     StatementScope scope(select);
     select.step();
@@ -454,11 +556,13 @@ size_t EmbeddedTable::rowCount()
 
 std::unique_ptr<StoreTransaction> EmbeddedTable::begin()
 {
+    myConnection->endWalk();
     return std::make_unique<EmbeddedTransaction>(myConnection->sql());
 }
 
 std::unique_ptr<ResultQuery> EmbeddedTable::query(const SqlSearch& search)
 {
+    myConnection->endWalk();
     try
     {
         return std::make_unique<EmbeddedQuery>(*myConnection, search);
@@ -475,6 +579,7 @@ std::unique_ptr<ResultQuery> EmbeddedTable::query(const SqlSearch& search)
 
 void EmbeddedTable::prepareSearch(const search::Query& query)
 {
+    myConnection->endWalk();
     // "City = 'Lyon' ORDER BY Name" with one index per field: SQLite finds the matches through
     // the City index and then sorts them all. An index on (City, Name) hands them out in order,
     // so a page reads only its window. Made the first time a search needs it. Only fields
@@ -517,6 +622,7 @@ void EmbeddedTable::prepareSearch(const search::Query& query)
 
 void EmbeddedTable::addIndex(size_t first, size_t second)
 {
+    myConnection->endWalk();
     // The same name as the index a search would make for these two fields, so that the two
     // never both exist and deleting either field drops it.
     const std::string name = pairIndexName(fields()[first].column, fields()[second].column);
@@ -527,6 +633,7 @@ void EmbeddedTable::addIndex(size_t first, size_t second)
 
 std::vector<std::vector<size_t>> EmbeddedTable::indexes()
 {
+    myConnection->endWalk();
     // "i_c3" indexes one field's column, "i2_c3_c5" two; the fields are found by their columns.
     const auto fieldOfColumn = [this](std::string_view column) -> std::optional<size_t>
     {
