@@ -1,6 +1,7 @@
 // Administration page.
 #include "admin/AdminPage.h"
 
+#include "admin/AdminChanges.h"
 #include "DatabaseService.h"
 #include "logging/Log.h"
 
@@ -168,6 +169,7 @@ void AdminPage::handle(RequestContext& request, HttpResponse& response)
     for (size_t i = 0; i < modules.size(); ++i)
         html += renderModule(i, *modules[i], request);
     html += renderDatabases(request);
+    html += renderRecentChanges(request);
     html += "</body></html>\n";
     response.status = status;
     response.body = std::move(html);

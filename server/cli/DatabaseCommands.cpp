@@ -3,13 +3,17 @@
 
 #include "common/Text.h"
 #include "config/ServerConfig.h"
+#include "logging/AuditLog.h"
 #include "DatabaseService.h"
 #include "ServiceCodes.h"
 #include "site/SampleData.h"
 
 #include <chrono>
 #include <cstdlib>
+#include <fstream>
 #include <iostream>
+#include <pwd.h>
+#include <unistd.h>
 
 namespace fs = std::filesystem;
 
@@ -134,6 +138,18 @@ DatabaseCommands::DatabaseCommands(CLI::App& program)
         command->add_option("--user", my.user, "ODBC user (password in KIV_ODBC_PASSWORD)");
     }
     indexAdd->add_option("fields", my.fieldList, "two fields: City,Name")->required();
+    CLI::App* audit =
+        myCommand->add_subcommand("audit", "show the changes the audit log holds, oldest first");
+    audit->add_option("--data", my.data, "data folder (its audit-default.jsonl)");
+    audit->add_option("--config", my.configFile, "configuration file (with --region)");
+    audit->add_option("--region", my.region, "region of the configuration");
+    audit->add_option("--log", my.auditLog, "the audit log file to read");
+    audit->add_option("--database", my.auditDatabase, "only changes of this database");
+    audit->add_option("--record", my.auditRecord, "only changes of the record with this unique ID");
+    audit->add_option("--user", my.user, "only changes by this user (a login, public, shell:ACCOUNT)");
+    audit->add_option("--since", my.since, "only changes at or after this UTC time: 2026-11-25T10:00");
+    audit->add_option("--until", my.until, "only changes before this UTC time; a date includes its day");
+    mySubcommands.push_back(audit);
     mySubcommands.push_back(indexAdd);
     mySubcommands.push_back(indexList);
 }
@@ -157,7 +173,16 @@ struct Place
 {
     db::ServiceEnvironment environment;
     bool mustExist = true; // the data folder
+    fs::path auditLog;
+    std::string region = "default";
 };
+
+// Changes made from the shell are logged as the account that made them.
+std::string shellUser()
+{
+    const passwd* account = ::getpwuid(::geteuid());
+    return "shell:" + std::string(account ? account->pw_name : std::to_string(::geteuid()));
+}
 
 Place placeOf(const std::string& data, const std::string& configFile, const std::string& regionName)
 {
@@ -170,6 +195,8 @@ Place placeOf(const std::string& data, const std::string& configFile, const std:
     {
         place.environment.dataFolder = fs::absolute(data).lexically_normal();
         usersFile = place.environment.dataFolder / "users.toml";
+        ServerConfig serverless;
+        place.auditLog = auditLogOf(serverless, makeDefaultRegion({}, place.environment.dataFolder));
     }
     else
     {
@@ -189,17 +216,57 @@ Place placeOf(const std::string& data, const std::string& configFile, const std:
                                    : "no region is named '" + regionName + "' (" + names + ")");
         place.environment.dataFolder = region->dataFolder;
         place.environment.exportsFolder = region->exportsFolder;
+        place.environment.durableCommits = region->durableCommits;
         usersFile = region->usersFile;
-        place.environment.protectedFiles = {config.serverLog, config.accessLog};
+        place.auditLog = auditLogOf(config, *region);
+        place.region = region->name;
+        place.environment.protectedFiles = {config.serverLog, config.accessLog, place.auditLog};
     }
     place.environment.protectedFiles.push_back(usersFile);
     place.environment.protectedFiles.push_back(place.environment.dataFolder / "kiv-preferences.txt");
     place.environment.warning = [](const std::string& line)
     { std::cerr << "kiv-server: warning: " << line << "\n"; };
+    place.environment.changed = [auditLog = place.auditLog, region = place.region](db::AuditEntry& entry)
+    {
+        std::string why;
+        if (!recordChange(auditLog, {region, shellUser(), "", ""}, entry, why))
+            std::cerr << "kiv-server: warning: " << why << "\n";
+    };
     return place;
 }
 
 } // namespace
+
+int DatabaseCommands::showAudit()
+{
+    fs::path file = my.auditLog;
+    if (file.empty())
+        file = placeOf(my.data, my.configFile, my.region).auditLog;
+    std::ifstream log(file, std::ios::binary);
+    if (!log)
+        throw CommandError("the audit log " + file.string() + " cannot be read (no change was logged yet?)");
+    // Times compare as text: ISO-8601 in UTC orders as it reads.
+    const auto matches = [&](const db::AuditEntry& entry)
+    {
+        return (my.auditDatabase.empty() || db::compareFolded(entry.database, my.auditDatabase) == 0) &&
+               (my.auditRecord.empty() || entry.record == my.auditRecord) &&
+               (my.user.empty() || entry.user == my.user) && (my.since.empty() || entry.time >= my.since) &&
+               (my.until.empty() || entry.time < my.until || entry.time.rfind(my.until, 0) == 0);
+    };
+    size_t unreadable = 0;
+    for (std::string line; std::getline(log, line);)
+    {
+        const auto entry = db::parseAuditEntry(line);
+        if (!entry)
+            ++unreadable;
+        else if (matches(*entry))
+            std::cout << line << "\n";
+    }
+    if (unreadable > 0)
+        std::cerr << "kiv-server: warning: " << unreadable << " line(s) of " << file.string()
+                  << " are not audit entries\n";
+    return 0;
+}
 
 int DatabaseCommands::run()
 {
@@ -214,6 +281,8 @@ int DatabaseCommands::run()
     const std::string& database = my.name;
     try
     {
+        if (name == "audit")
+            return showAudit();
         Place place = placeOf(my.data, my.configFile, my.region);
         std::error_code error;
         bool makesFolder = name == "create" || name == "restore";

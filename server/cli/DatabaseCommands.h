@@ -12,6 +12,8 @@
 //   db export NAME FILE [--fields A,B] [--search TEXT]
 //   db index add NAME FIELD,FIELD        a two-field index (compare the first, sort by the second)
 //   db index list NAME
+//   db audit [--database D] [--record N] [--user U] [--since T] [--until T]
+//                                        the region's changes, as the audit log's JSON lines
 #pragma once
 
 #include <CLI/CLI.hpp>
@@ -48,7 +50,15 @@ private:
         std::string fieldList;
         std::string search;
         bool dryRun = false;
+        // db audit: the filters, and the log to read instead of the region's.
+        std::string auditDatabase;
+        std::string auditRecord;
+        std::string since;
+        std::string until;
+        std::string auditLog;
     };
+
+    int showAudit();
 
     CLI::App* add(const std::string& name, const std::string& description);
 

@@ -226,6 +226,9 @@ RegionConfig readRegion(TableReader& table, const fs::path& base, size_t index, 
     std::string exports = table.string("exports_folder", "");
     if (!exports.empty())
         region.exportsFolder = resolvePath(base, exports);
+    region.durableCommits = table.boolean("durable_commits", region.durableCommits);
+    if (std::string audit = table.string("audit_log", ""); !audit.empty())
+        region.auditLog = resolvePath(base, audit);
     std::string language = table.string("language", "en");
     region.language = languageCode(language);
     if (region.language == 0)
@@ -507,6 +510,17 @@ const RegionConfig& selectRegion(const ServerConfig& config, std::string_view ho
             fallback = &region;
     }
     return fallback ? *fallback : config.regions.front();
+}
+
+fs::path auditLogOf(const ServerConfig& config, const RegionConfig& region)
+{
+    if (!region.auditLog.empty())
+        return region.auditLog;
+    std::string name = "audit-" + region.name + ".jsonl";
+    for (char& c : name)
+        if (c == '/' || static_cast<unsigned char>(c) < 0x20)
+            c = '_';
+    return (config.serverLog.empty() ? region.dataFolder : config.serverLog.parent_path()) / name;
 }
 
 uint32_t languageCode(std::string_view name)

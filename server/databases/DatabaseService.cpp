@@ -23,7 +23,8 @@ FilePolicy filePolicyOf(const ServiceEnvironment& environment)
 DatabaseService::DatabaseService(ServiceEnvironment environment)
     : myEnvironment(std::move(environment)), myFiles(filePolicyOf(myEnvironment)),
       myEmbeddedStore(std::make_unique<EmbeddedCatalogue>(
-          myEnvironment.dataFolder, StoreOptions{myEnvironment.lockWait, myEnvironment.durableCommits})),
+          myEnvironment.dataFolder, StoreOptions{myEnvironment.lockWait, myEnvironment.durableCommits,
+                                                 myEnvironment.connectionOpened})),
       myEmbedded(*myEmbeddedStore), myCatalogue(&myEmbedded)
 {
 }
@@ -70,18 +71,34 @@ void DatabaseService::disconnect()
     myDataSource.reset(); // open handles kept their own share of the connection until now
 }
 
+void DatabaseService::reportChange(AuditAction action, const std::string& name)
+{
+    if (!myEnvironment.changed)
+        return;
+    AuditEntry entry;
+    entry.action = action;
+    entry.database = name;
+    myEnvironment.changed(entry);
+}
+
 uint32_t DatabaseService::createDatabase(const std::string& name)
 {
     std::string message;
     const uint32_t code = myCatalogue->createDatabase(name, message);
-    return code == kKivResult_Success ? code : fail(code, message);
+    if (code != kKivResult_Success)
+        return fail(code, message);
+    reportChange(AuditAction::DatabaseCreated, name);
+    return code;
 }
 
 uint32_t DatabaseService::deleteDatabase(const std::string& name)
 {
     std::string message;
     const uint32_t code = myCatalogue->deleteDatabase(name, message);
-    return code == kKivResult_Success ? code : fail(code, message);
+    if (code != kKivResult_Success)
+        return fail(code, message);
+    reportChange(AuditAction::DatabaseDeleted, name);
+    return code;
 }
 
 uint32_t DatabaseService::listDatabases(std::vector<std::string>& names)
@@ -148,7 +165,7 @@ uint32_t DatabaseService::openDatabase(const std::string& name, OpenMode mode, O
         ++myNextHandle;
     handle = myNextHandle++;
     DatabaseEvents events{[this](uint32_t code, const std::string& line) { noteFailure(code, line); },
-                          myEnvironment.warning, nullptr};
+                          myEnvironment.warning, nullptr, myEnvironment.changed};
     if (myEnvironment.timing)
         events.searched = [timing = myEnvironment.timing, store](std::chrono::steady_clock::duration took)
         { timing(TimedStep::Search, store, took); };

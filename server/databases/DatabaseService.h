@@ -41,7 +41,12 @@ struct ServiceEnvironment
     std::chrono::milliseconds lockWait{2000};
     // synchronous=FULL: commits also survive a power loss, at the price of an fsync each.
     // Without it a committed record still survives a crash or kill of the server.
-    bool durableCommits = false;
+    bool durableCommits = true;
+    // Each new embedded connection's synchronous level as SQLite reports it ("full", "normal").
+    std::function<void(std::string_view synchronous)> connectionOpened;
+    // Each write that succeeded (records, fields, databases, imports), for the audit log: the
+    // caller adds when, where and by whom, and keeps it. None: writes read nothing extra.
+    std::function<void(AuditEntry& entry)> changed;
     // Where warnings go (a text stored longer than its field's length); none: dropped.
     std::function<void(const std::string& line)> warning;
     // How long each open and each search took, and in which store ("embedded", "odbc"), for
@@ -124,6 +129,7 @@ public:
 
 private:
     void noteFailure(uint32_t code, const std::string& line);
+    void reportChange(AuditAction action, const std::string& name);
 
     ServiceEnvironment myEnvironment;
     FilePolicy myFiles;

@@ -2,6 +2,7 @@
 #include "logging/Log.h"
 
 #include "common/FileDescriptor.h"
+#include "logging/AuditLog.h"
 
 #include <atomic>
 #include <cerrno>
@@ -111,6 +112,7 @@ void reopenLogs()
     }
     openServerLog(serverLog);
     openAccessLog(accessLog);
+    reopenAuditLogs();
 }
 
 std::string_view logKindName(LogKind kind)

@@ -93,6 +93,13 @@ void configure(SqliteConnection& connection, const StoreOptions& options)
     // from coming in through a read() copy on every request. No memory map: mapped file pages
     // count towards the worker's resident size, which must stay small and flat.
     connection.execute("PRAGMA cache_size=-16384");
+    if (options.connectionOpened)
+    {
+        static constexpr std::string_view kLevels[] = {"off", "normal", "full", "extra"};
+        auto level = connection.prepare("PRAGMA synchronous");
+        const int64_t value = level.step() ? level.columnInteger(0) : -1;
+        options.connectionOpened(value >= 0 && value < 4 ? kLevels[value] : "unknown");
+    }
 }
 
 void createSchema(SqliteConnection& connection)

@@ -34,7 +34,10 @@ constexpr int kStoreBusyTimeoutMs = 10000;
 struct StoreOptions
 {
     std::chrono::milliseconds lockWait{2000};
-    bool durableCommits = false; // synchronous=FULL: also survive power loss, at an fsync per commit
+    bool durableCommits = true; // synchronous=FULL: also survive power loss, at an fsync per commit
+    // Told the synchronous level ("full", "normal", ...) that each new connection reads back
+    // from SQLite after it was set, so that the server can show what its commits really do.
+    std::function<void(std::string_view synchronous)> connectionOpened;
 };
 
 // One SQLite connection to one database file, with what it caches about that file.

@@ -1,0 +1,245 @@
+"""Nothing lost, and who changed what, against a real kiv-server with the database module:
+
+- a new embedded connection reports synchronous=FULL (commits survive a power loss) unless the
+  region opts out with durable_commits = false, as SQLite itself answers for the connection;
+- every write through the database service leaves exactly one audit entry with its values
+  before and after and its user (the administrator's login, or "public" with the address),
+  secret fields withheld, one summary entry for an import and for a Delete All;
+- `kiv-server db audit` filters the log, the log is reopened on SIGUSR1, and the administration
+  page shows the latest changes of each database.
+Python standard library only, loopback only."""
+
+import json
+import os
+import re
+import signal
+import subprocess
+import sys
+import unittest
+
+sys.path.insert(0, os.path.dirname(os.path.abspath(__file__)))
+import kivharness as kh  # noqa: E402
+
+SERVER = MODULE = None
+
+PAGES = {
+    "t/update.html": '<kivModifyDatabase mode="updateRecord" databaseName="People" keyFieldName="FirstName" '
+                     'postArgumentName="first" fieldName="City" postArgumentName="city" resultVariableName="u">'
+                     '<p>updated=&kivPageVariable(u_ResultCount);</p>',
+    "t/delete.html": '<kivModifyDatabase mode="deleteRecord" databaseName="People" keyFieldName="FirstName" '
+                     'postArgumentName="first" resultVariableName="d"><p>deleted=&kivPageVariable(d_ResultCount);</p>',
+    "t/vault.html": '<kivModifyDatabase mode="createDatabase" databaseName="Vault">'
+                    '<kivModifyDatabase mode="addField" databaseName="Vault" fieldName="Login" fieldType="Text" '
+                    'fieldLength="40">'
+                    '<kivModifyDatabase mode="addField" databaseName="Vault" fieldName="Password" fieldType="Text" '
+                    'fieldLength="40">'
+                    '<kivModifyDatabase mode="addRecord" databaseName="Vault" fieldName="Login" fieldValue="ann" '
+                    'fieldName="Password" fieldValue="hunter2-secret"><p>vault</p>',
+}
+# The same update page in the login area: its writes are the administrator's.
+PAGES["manage/update.html"] = PAGES["t/update.html"]
+
+
+def metric(port, name, **labels):
+    """The value of one sample of /kiv-status/metrics, 0 when it is not there."""
+    status, text = kh.get(port, "/kiv-status/metrics")
+    if status != 200:
+        raise AssertionError(f"metrics answered {status}")
+    wanted = ",".join(f'{key}="{value}"' for key, value in sorted(labels.items()))
+    match = re.search(r"^" + re.escape(f"{name}{{{wanted}}}") + r" (\S+)$", text, re.M)
+    return float(match.group(1)) if match else 0
+
+
+def make_site(region="public_write_rate = 0"):
+    site = kh.Site(SERVER, MODULE, workers=2, region=region)
+    for name, text in PAGES.items():
+        path = os.path.join(site.root, name)
+        os.makedirs(os.path.dirname(path), exist_ok=True)
+        with open(path, "w", encoding="latin-1") as out:
+            out.write(text)
+    return site
+
+
+class DurableCommitsTest(unittest.TestCase):
+    def test_new_connections_report_full_unless_the_region_opts_out(self):
+        for region, expected, other in (("public_write_rate = 0", "full", "normal"),
+                                        ("public_write_rate = 0\ndurable_commits = false", "normal", "full")):
+            with self.subTest(expected=expected):
+                site = make_site(region)
+                server = kh.Server(SERVER, site)
+                try:
+                    self.assertTrue(kh.add_person(server.port, "Dora", "Durham"))
+                    status, page = kh.get(server.port, "/t/count.html?db=People")
+                    self.assertEqual(status, 200)
+                    self.assertGreaterEqual(
+                        metric(server.port, "kiv_database_connections_total", synchronous=expected), 1)
+                    self.assertEqual(metric(server.port, "kiv_database_connections_total", synchronous=other), 0)
+                finally:
+                    server.stop()
+                    site.remove()
+
+    def test_a_wrong_value_is_a_configuration_error(self):
+        site = make_site('durable_commits = "yes"')
+        try:
+            result = subprocess.run([SERVER, "check", "--config", site.config], capture_output=True, text=True,
+                                    timeout=120)
+            self.assertNotEqual(result.returncode, 0)
+            self.assertIn("durable_commits", result.stdout + result.stderr)
+        finally:
+            site.remove()
+
+
+class AuditLogTest(unittest.TestCase):
+    @classmethod
+    def setUpClass(cls):
+        cls.site = make_site()
+        cls.server = kh.Server(SERVER, cls.site)
+        cls.port = cls.server.port
+        cls.log = os.path.join(cls.site.data, "audit-main.jsonl")
+
+    @classmethod
+    def tearDownClass(cls):
+        cls.server.stop()
+        cls.site.remove()
+
+    def entries(self):
+        if not os.path.exists(self.log):
+            return []
+        with open(self.log, encoding="utf-8") as lines:
+            return [json.loads(line) for line in lines]  # every line is one JSON object
+
+    def write(self, post):
+        """Runs `post` and answers the audit entries it added."""
+        before = len(self.entries())
+        post()
+        return self.entries()[before:]
+
+    def admin(self, path, form):
+        status, page = kh.post(self.port, path, form,
+                               headers=dict(kh.basic_auth(), Origin=f"http://127.0.0.1:{self.port}"))
+        self.assertEqual(status, 200, page[:500])
+        self.assertIsNone(kh.error_block(page), page[:2000])
+        return page
+
+    def editor(self, action, database, **form):
+        return self.admin("/manage/editor.html", dict({"kivEditDatabase_Action": action,
+                                                        "kivEditDatabase_Name": database,
+                                                        "kivEditDatabase_Confirmation": "Yes"}, **form))
+
+    def test_record_writes_leave_one_entry_each_with_values_and_user(self):
+        added = self.write(lambda: self.assertTrue(kh.add_person(self.port, "Audra", "Auditville")))
+        self.assertEqual(len(added), 1, added)
+        entry = added[0]
+        self.assertEqual((entry["action"], entry["database"], entry["user"], entry["address"], entry["page"]),
+                         ("record added", "People", "public", "127.0.0.1", "/people/added.html"))
+        self.assertEqual(entry["region"], "main")
+        self.assertRegex(entry["time"], r"^\d{4}-\d\d-\d\dT\d\d:\d\d:\d\d\.\d{3}Z$")
+        self.assertEqual(entry["before"], {})
+        self.assertEqual((entry["after"]["FirstName"], entry["after"]["City"]), ("Audra", "Auditville"))
+        record = entry["record"]
+        self.assertEqual(entry["after"]["KIVIDFIELD"], record)
+
+        updated = self.write(lambda: self.admin("/manage/update.html", {"first": "Audra", "city": "Lyon"}))
+        self.assertEqual(len(updated), 1, updated)
+        self.assertEqual((updated[0]["action"], updated[0]["record"], updated[0]["user"], updated[0]["page"]),
+                         ("record updated", record, "admin", "/manage/update.html"))
+        self.assertEqual((updated[0]["before"], updated[0]["after"]), ({"City": "Auditville"}, {"City": "Lyon"}))
+
+        def delete():
+            status, page = kh.post(self.port, "/t/delete.html", {"first": "Audra"})
+            self.assertIn("deleted=1", page)
+        deleted = self.write(delete)
+        self.assertEqual(len(deleted), 1, deleted)
+        self.assertEqual((deleted[0]["action"], deleted[0]["record"], deleted[0]["user"]),
+                         ("record deleted", record, "public"))
+        self.assertEqual((deleted[0]["before"]["FirstName"], deleted[0]["before"]["City"]), ("Audra", "Lyon"))
+        self.assertEqual(deleted[0]["after"], {})
+
+    def test_database_field_import_and_delete_all_entries(self):
+        def create():
+            status, page = kh.post(self.port, "/t/create.html?db=Ledger")
+            self.assertIn("created", page)
+        created = self.write(create)
+        self.assertEqual([(e["action"], e["database"], e.get("field")) for e in created],
+                         [("database created", "Ledger", None), ("field added", "Ledger", "Name"),
+                          ("field added", "Ledger", "Notes")])
+        exports = os.path.join(self.site.data, "exports")
+        os.makedirs(exports, exist_ok=True)
+        with open(os.path.join(exports, "ledger.csv"), "w") as out:
+            out.write("Name,Notes\nOne,first\nTwo,second\nThree,third\n")
+
+        def import_file():
+            status, page = kh.post(self.port, "/t/import.html?db=Ledger&file=ledger.csv")
+            self.assertIn("imported=3", page)
+        imported = self.write(import_file)
+        self.assertEqual([(e["action"], e["count"], e["file"]) for e in imported], [("imported", 3, "ledger.csv")])
+
+        removed = self.write(lambda: self.editor("DeleteField", "Ledger", kivEditDatabase_FieldName="Notes"))
+        self.assertEqual([(e["action"], e["field"], e["user"]) for e in removed], [("field deleted", "Notes", "admin")])
+        emptied = self.write(lambda: self.editor("DeleteAllRecords", "Ledger"))
+        self.assertEqual([(e["action"], e["count"], e["page"]) for e in emptied],
+                         [("all records deleted", 3, "/manage/editor.html")])
+        dropped = self.write(lambda: self.editor("DeleteDatabase", "Ledger"))
+        self.assertEqual([(e["action"], e["database"]) for e in dropped], [("database deleted", "Ledger")])
+
+    def test_secret_fields_are_withheld(self):
+        def vault():
+            status, page = kh.post(self.port, "/t/vault.html")
+            self.assertIsNone(kh.error_block(page), page)
+        added = [e for e in self.write(vault) if e["action"] == "record added"]
+        self.assertEqual(len(added), 1)
+        self.assertEqual((added[0]["after"]["Login"], added[0]["after"]["Password"]), ("ann", "(withheld)"))
+        with open(self.log, encoding="utf-8") as text:
+            self.assertNotIn("hunter2", text.read())
+
+    def db_audit(self, *filters):
+        result = subprocess.run([SERVER, "db", "audit", "--config", self.site.config, *filters],
+                                capture_output=True, text=True, timeout=120)
+        self.assertEqual(result.returncode, 0, result.stderr)
+        return [json.loads(line) for line in result.stdout.splitlines()]
+
+    def test_db_audit_filters_by_database_record_user_and_time(self):
+        self.assertTrue(kh.add_person(self.port, "Filtra", "Filterton"))
+        self.admin("/manage/update.html", {"first": "Filtra", "city": "Nantes"})
+        everything = self.entries()
+        self.assertEqual(self.db_audit(), everything)
+        mine = [e for e in everything if e["database"] == "People" and e["user"] == "admin"]
+        self.assertTrue(mine)
+        self.assertEqual(self.db_audit("--database", "people", "--user", "admin"), mine)
+        record = [e for e in everything if e["action"] == "record added" and e["after"].get("FirstName") == "Filtra"]
+        self.assertEqual([e["action"] for e in self.db_audit("--record", record[0]["record"], "--database", "People")],
+                         ["record added", "record updated"])
+        last = everything[-1]["time"]
+        self.assertEqual(self.db_audit("--since", last), [e for e in everything if e["time"] >= last])
+        self.assertEqual(self.db_audit("--until", "2000-01-01"), [])
+        self.assertEqual(self.db_audit("--until", last[:10]), everything)  # a date includes its day
+
+    def test_log_is_reopened_on_sigusr1_and_shown_on_the_admin_page(self):
+        self.assertTrue(kh.add_person(self.port, "Rota", "Rotterdam"))
+        rotated = self.log + ".1"
+        os.rename(self.log, rotated)
+        try:
+            os.kill(self.server.process.pid, signal.SIGUSR1)
+            # Every worker reopens; until then a worker may still write to the renamed file.
+            self.assertTrue(kh.wait_until(lambda: kh.add_person(self.port, "Rota", "Reopen")
+                                          and any(e["after"].get("City") == "Reopen" for e in self.entries()), 20))
+        finally:
+            with open(rotated) as old:
+                kept = old.read()
+            with open(self.log) as new:
+                fresh = new.read()
+            with open(self.log, "w") as whole:
+                whole.write(kept + fresh)
+        status, page = kh.get(self.port, "/kiv-admin/", headers=kh.basic_auth())
+        self.assertEqual(status, 200)
+        section = page[page.index("Latest changes"):]
+        self.assertIn("<h3>People</h3>", section)
+        self.assertIn("record added", section)
+        self.assertIn("FirstName = Rota", section)
+
+
+if __name__ == "__main__":
+    def configure(server, module):
+        global SERVER, MODULE
+        SERVER, MODULE = server, module
+    kh.main(configure)
