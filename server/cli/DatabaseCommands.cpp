@@ -150,6 +150,24 @@ DatabaseCommands::DatabaseCommands(CLI::App& program)
     audit->add_option("--since", my.since, "only changes at or after this UTC time: 2026-11-25T10:00");
     audit->add_option("--until", my.until, "only changes before this UTC time; a date includes its day");
     mySubcommands.push_back(audit);
+    CLI::App* trash = myCommand->add_subcommand("trash", "the recycle bin: deleted records and databases");
+    trash->require_subcommand(1);
+    mySubcommands.push_back(trash);
+    CLI::App* trashList = trash->add_subcommand("list", "what the bin holds, newest deletions first");
+    CLI::App* trashRestore =
+        trash->add_subcommand("restore", "put a deletion, one record of it, or a database back");
+    CLI::App* trashEmpty = trash->add_subcommand("empty", "delete everything the bin holds, for good");
+    for (CLI::App* command : {trashList, trashRestore, trashEmpty})
+    {
+        command->add_option("--data", my.data, "data folder");
+        command->add_option("--config", my.configFile, "configuration file (with --region)");
+        command->add_option("--region", my.region, "region of the configuration");
+        mySubcommands.push_back(command);
+    }
+    trashRestore->add_option("--database", my.auditDatabase, "the database of the deletion");
+    trashRestore->add_option("--deletion", my.deletion, "the deletion's number, as the list shows it");
+    trashRestore->add_option("--record", my.auditRecord, "only the record with this unique ID");
+    trashRestore->add_option("--file", my.file, "a deleted database: its file, as the list shows it");
     mySubcommands.push_back(indexAdd);
     mySubcommands.push_back(indexList);
 }
@@ -195,8 +213,10 @@ Place placeOf(const std::string& data, const std::string& configFile, const std:
     {
         place.environment.dataFolder = fs::absolute(data).lexically_normal();
         usersFile = place.environment.dataFolder / "users.toml";
-        ServerConfig serverless;
-        place.auditLog = auditLogOf(serverless, makeDefaultRegion({}, place.environment.dataFolder));
+        // As a server without a configuration logs changes of this folder.
+        RegionConfig region;
+        region.dataFolder = place.environment.dataFolder;
+        place.auditLog = auditLogOf(ServerConfig(), region);
     }
     else
     {
@@ -217,6 +237,7 @@ Place placeOf(const std::string& data, const std::string& configFile, const std:
         place.environment.dataFolder = region->dataFolder;
         place.environment.exportsFolder = region->exportsFolder;
         place.environment.durableCommits = region->durableCommits;
+        place.environment.trashDays = region->trashDays;
         usersFile = region->usersFile;
         place.auditLog = auditLogOf(config, *region);
         place.region = region->name;
@@ -226,6 +247,7 @@ Place placeOf(const std::string& data, const std::string& configFile, const std:
     place.environment.protectedFiles.push_back(place.environment.dataFolder / "kiv-preferences.txt");
     place.environment.warning = [](const std::string& line)
     { std::cerr << "kiv-server: warning: " << line << "\n"; };
+    place.environment.actor = shellUser();
     place.environment.changed = [auditLog = place.auditLog, region = place.region](db::AuditEntry& entry)
     {
         std::string why;
@@ -268,6 +290,48 @@ int DatabaseCommands::showAudit()
     return 0;
 }
 
+int DatabaseCommands::runTrash(const std::string& command, db::DatabaseService& service)
+{
+    if (command == "trash list")
+    {
+        std::vector<db::TrashEntry> entries;
+        require(service, service.listTrash(entries), "trash");
+        for (const auto& entry : entries)
+        {
+            std::string ids;
+            for (const auto& id : entry.recordIDs)
+                ids += (ids.empty() ? "" : ",") + id;
+            std::cout << entry.database << "\t"
+                      << (entry.file.empty() ? "deletion " + std::to_string(entry.deletion)
+                                             : "database " + entry.file)
+                      << "\t" << entry.deletedAt << "\t" << entry.deletedBy << "\t" << entry.records
+                      << " records"
+                      << (ids.empty()
+                              ? ""
+                              : "\tIDs " + ids + (entry.recordIDs.size() < entry.records ? ",..." : ""))
+                      << "\n";
+        }
+        return 0;
+    }
+    if (command == "trash empty")
+    {
+        require(service, service.emptyTrash(), "trash empty");
+        std::cout << "the recycle bin is empty\n";
+        return 0;
+    }
+    db::TrashRestore which{my.auditDatabase, my.deletion, my.auditRecord, my.file};
+    if (which.file.empty() && (which.database.empty() || which.deletion <= 0))
+        throw CommandError(
+            "name what to restore: --database NAME --deletion N [--record ID], or --file FILE");
+    uint64_t restored = 0;
+    require(service, service.restoreTrash(which, restored), "trash restore");
+    if (!which.file.empty())
+        std::cout << "restored the database of " << which.file << "\n";
+    else
+        std::cout << "restored " << restored << " records into " << which.database << "\n";
+    return 0;
+}
+
 int DatabaseCommands::run()
 {
     CLI::App* command = nullptr;
@@ -291,6 +355,11 @@ int DatabaseCommands::run()
                                " does not exist");
         // Import and export name files anywhere the administrator can reach: the service takes
         // the file's folder as its exports folder, still refusing the server's own files.
+        if (name.rfind("trash ", 0) == 0)
+        {
+            db::DatabaseService service(std::move(place.environment));
+            return runTrash(name, service);
+        }
         fs::path file = my.file.empty() ? fs::path() : fs::absolute(my.file).lexically_normal();
         if (!file.empty())
             place.environment.exportsFolder = file.parent_path();

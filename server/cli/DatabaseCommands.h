@@ -14,7 +14,12 @@
 //   db index list NAME
 //   db audit [--database D] [--record N] [--user U] [--since T] [--until T]
 //                                        the region's changes, as the audit log's JSON lines
+//   db trash list                        deleted records (by deletion) and databases
+//   db trash restore --database D --deletion N [--record ID] | --file TRASHFILE
+//   db trash empty
 #pragma once
+
+#include "DatabaseService.h"
 
 #include <CLI/CLI.hpp>
 
@@ -56,9 +61,11 @@ private:
         std::string since;
         std::string until;
         std::string auditLog;
+        int64_t deletion = 0;
     };
 
     int showAudit();
+    int runTrash(const std::string& command, db::DatabaseService& service);
 
     CLI::App* add(const std::string& name, const std::string& description);
 

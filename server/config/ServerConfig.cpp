@@ -227,6 +227,7 @@ RegionConfig readRegion(TableReader& table, const fs::path& base, size_t index, 
     if (!exports.empty())
         region.exportsFolder = resolvePath(base, exports);
     region.durableCommits = table.boolean("durable_commits", region.durableCommits);
+    region.trashDays = table.number("trash_days", region.trashDays, 0, 3650);
     if (std::string audit = table.string("audit_log", ""); !audit.empty())
         region.auditLog = resolvePath(base, audit);
     std::string language = table.string("language", "en");

@@ -33,6 +33,8 @@ struct RegionConfig
     // Embedded databases acknowledge a commit once it is on disk (synchronous=FULL), so it
     // survives a power loss; false trades that for speed (synchronous=NORMAL).
     bool durableCommits = true;
+    // Days the recycle bin keeps deleted records and databases; 0: deleted for good at once.
+    int trashDays = 30;
     // The region's audit log (one JSON line per change); empty: auditLogOf's default.
     std::filesystem::path auditLog;
     uint32_t language = 0x01000000; // a localization language code (English)

@@ -23,8 +23,9 @@ FilePolicy filePolicyOf(const ServiceEnvironment& environment)
 DatabaseService::DatabaseService(ServiceEnvironment environment)
     : myEnvironment(std::move(environment)), myFiles(filePolicyOf(myEnvironment)),
       myEmbeddedStore(std::make_unique<EmbeddedCatalogue>(
-          myEnvironment.dataFolder, StoreOptions{myEnvironment.lockWait, myEnvironment.durableCommits,
-                                                 myEnvironment.connectionOpened})),
+          myEnvironment.dataFolder,
+          StoreOptions{myEnvironment.lockWait, myEnvironment.durableCommits, myEnvironment.connectionOpened,
+                       myEnvironment.trashDays, myEnvironment.actor})),
       myEmbedded(*myEmbeddedStore), myCatalogue(&myEmbedded)
 {
 }
@@ -126,6 +127,27 @@ uint32_t DatabaseService::restoreDatabase(const std::string& name, const std::fi
 {
     std::string message;
     const uint32_t code = myCatalogue->restoreDatabase(name, folder, message);
+    return code == kKivResult_Success ? code : fail(code, message);
+}
+
+uint32_t DatabaseService::listTrash(std::vector<TrashEntry>& entries)
+{
+    std::string message;
+    const uint32_t code = myCatalogue->listTrash(entries, message);
+    return code == kKivResult_Success ? code : fail(code, message);
+}
+
+uint32_t DatabaseService::restoreTrash(const TrashRestore& which, uint64_t& restored)
+{
+    std::string message;
+    const uint32_t code = myCatalogue->restoreTrash(which, restored, message);
+    return code == kKivResult_Success ? code : fail(code, message);
+}
+
+uint32_t DatabaseService::emptyTrash()
+{
+    std::string message;
+    const uint32_t code = myCatalogue->emptyTrash(message);
     return code == kKivResult_Success ? code : fail(code, message);
 }
 

@@ -95,6 +95,8 @@ db::DatabaseService& RequestContext::databaseService()
         environment.exportsFolder = config.exportsFolder;
         environment.durableCommits = config.durableCommits;
         environment.connectionOpened = metrics::countStoreConnection;
+        environment.trashDays = config.trashDays;
+        environment.actor = request.user.empty() ? "public " + request.remoteAddress : request.user;
         const auto auditLog = auditLogOf(server, config);
         environment.changed = [this, auditLog](db::AuditEntry& entry)
         {

@@ -6,7 +6,10 @@
   before and after and its user (the administrator's login, or "public" with the address),
   secret fields withheld, one summary entry for an import and for a Delete All;
 - `kiv-server db audit` filters the log, the log is reopened on SIGUSR1, and the administration
-  page shows the latest changes of each database.
+  page shows the latest changes of each database;
+- the recycle bin: the editor's Delete All and a page's delete come back with their IDs and
+  values through `kiv-server db trash`, deleted records are invisible meanwhile, and a deleted
+  database's file waits in the trash folder until it is restored.
 Python standard library only, loopback only."""
 
 import json
@@ -236,6 +239,96 @@ class AuditLogTest(unittest.TestCase):
         self.assertIn("<h3>People</h3>", section)
         self.assertIn("record added", section)
         self.assertIn("FirstName = Rota", section)
+
+
+class RecycleBinTest(unittest.TestCase):
+    def setUp(self):
+        self.site = make_site()
+        self.server = kh.Server(SERVER, self.site)
+        self.port = self.server.port
+
+    def tearDown(self):
+        self.server.stop()
+        self.site.remove()
+
+    def trash(self, *arguments, status=0):
+        result = subprocess.run([SERVER, "db", "trash", *arguments, "--config", self.site.config],
+                                capture_output=True, text=True, timeout=120)
+        self.assertEqual(result.returncode, status, result.stdout + result.stderr)
+        return result.stdout + result.stderr
+
+    def count(self, database="People"):
+        status, page = kh.get(self.port, "/t/count.html?" + kh.query(db=database))
+        match = re.search(r"count=(\d+)", page)
+        return int(match.group(1)) if match else None
+
+    def export(self, name):
+        status, page = kh.post(self.port, "/t/export.html?" + kh.query(db="People", file=name))
+        self.assertIsNone(kh.error_block(page), page)
+        with open(os.path.join(self.site.data, "exports", name), encoding="latin-1") as rows:
+            return rows.read()
+
+    def editor(self, action, database):
+        status, page = kh.post(self.port, "/manage/editor.html",
+                               {"kivEditDatabase_Action": action, "kivEditDatabase_Name": database,
+                                "kivEditDatabase_Confirmation": "Yes"},
+                               headers=dict(kh.basic_auth(), Origin=f"http://127.0.0.1:{self.port}"))
+        self.assertEqual(status, 200)
+        self.assertIsNone(kh.error_block(page), page[:2000])
+
+    def test_delete_all_and_a_delete_come_back_with_their_ids_and_values(self):
+        before = self.export("before.csv")
+        total = self.count()
+        self.assertGreater(total, 10)
+        status, page = kh.post(self.port, "/t/delete.html", {"first": "Ada"})
+        self.assertIn("deleted=1", page)
+        self.editor("DeleteAllRecords", "People")
+        # Deleted records are nowhere: counts, searches, exports.
+        self.assertEqual(self.count(), 0)
+        status, page = kh.get(self.port, "/t/names.html?city=Lyon")
+        self.assertIn("count=0", page)
+        self.assertEqual(self.export("empty.csv").count("\n"), 1)  # the header row alone
+
+        listed = self.trash("list").splitlines()
+        self.assertEqual(len(listed), 2, listed)
+        everything, one = (line.split("\t") for line in listed)  # newest first
+        self.assertEqual((everything[0], everything[3], everything[4]), ("People", "admin", f"{total - 1} records"))
+        self.assertEqual((one[3], one[4]), ("public 127.0.0.1", "1 records"))
+        ada_id = one[5].removeprefix("IDs ")
+
+        self.assertIn(f"restored {total - 1} records", self.trash("restore", "--database", "People", "--deletion",
+                                                                 everything[1].split()[1]))
+        self.assertEqual(self.count(), total - 1)
+        self.assertIn("restored 1 records", self.trash("restore", "--database", "People", "--deletion",
+                                                       one[1].split()[1], "--record", ada_id))
+        self.assertEqual(self.export("after.csv"), before)  # every ID and value, in the order added
+        self.assertIn("holds no such deleted record",
+                      self.trash("restore", "--database", "People", "--deletion", one[1].split()[1], status=1))
+        self.assertEqual(self.trash("list"), "")
+
+    def test_a_deleted_database_waits_in_the_trash_folder(self):
+        status, page = kh.post(self.port, "/t/create.html?db=Scratch")
+        self.assertIn("created", page)
+        self.editor("DeleteDatabase", "Scratch")
+        self.assertFalse(os.path.exists(os.path.join(self.site.data, "Scratch.kivdb")))
+        self.assertIsNone(self.count("Scratch"))
+        status, listing = kh.get(self.port, "/t/count.html?db=.trash")
+        self.assertNotIn("Scratch", listing)
+        [line] = self.trash("list").splitlines()
+        fields = line.split("\t")
+        self.assertEqual((fields[0], fields[3]), ("Scratch", "admin"))
+        trash_file = fields[1].removeprefix("database ")
+        self.assertTrue(os.path.exists(os.path.join(self.site.data, ".trash", trash_file)))
+
+        kh.post(self.port, "/t/create.html?db=Scratch")  # the name is taken again
+        self.assertIn("exists again", self.trash("restore", "--file", trash_file, status=1))
+        self.editor("DeleteDatabase", "Scratch")
+        self.assertIn("restored the database", self.trash("restore", "--file", trash_file))
+        self.assertEqual(self.count("Scratch"), 0)
+        self.assertEqual(len(self.trash("list").splitlines()), 1)  # the second Scratch
+        self.trash("empty")
+        self.assertEqual(self.trash("list"), "")
+        self.assertFalse(os.path.exists(os.path.join(self.site.data, ".trash")))
 
 
 if __name__ == "__main__":

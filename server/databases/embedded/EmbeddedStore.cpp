@@ -475,6 +475,19 @@ uint32_t DatabaseCatalogue::remove(const std::string& name, std::string& message
     const auto file = fileOf(stored);
     ConnectionPool::instance().forget(file);
     // The lock file stays: deleting it would let two openers lock two different files.
+    if (myOptions.trashDays > 0)
+    {
+        try
+        {
+            moveToTrash(myDataFolder, file, stored, myOptions);
+            return kKivResult_Success;
+        }
+        catch (const std::exception& failure)
+        {
+            message = std::string("The database could not be moved to the recycle bin: ") + failure.what();
+            return result::kStorageError;
+        }
+    }
     if (!std::filesystem::remove(file, error) && error)
     {
         message = "The database file could not be deleted: " + error.message();
