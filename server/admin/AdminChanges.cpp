@@ -2,6 +2,7 @@
 #include "admin/AdminChanges.h"
 
 #include "AuditEntry.h"
+#include "logging/Log.h"
 
 #include <fstream>
 #include <map>
@@ -59,6 +60,98 @@ std::string changeRow(const db::AuditEntry& entry)
 }
 
 } // namespace
+
+constexpr std::string_view kRestoreField = "kivAdminRestore";
+
+std::string restoreButton(const std::string& adminPath, const std::string& value, const std::string& label)
+{
+    return "<form method=\"post\" action=\"" + htmlEncode(adminPath) + "\"><button name=\"" +
+           std::string(kRestoreField) + "\" value=\"" + htmlEncode(value) + "\">" + htmlEncode(label) +
+           "</button></form>";
+}
+
+std::string renderRecycleBin(RequestContext& request)
+{
+    db::DatabaseService& service = request.databaseService();
+    std::vector<db::TrashEntry> entries;
+    std::string html = "<section class=\"trash\">\n<h2>Recycle bin</h2>\n";
+    if (service.listTrash(entries) != 0)
+        return html + "<p>" + htmlEncode(service.lastFailure().line) + "</p>\n</section>\n";
+    if (entries.empty())
+        return html + "<p>Nothing was deleted lately.</p>\n</section>\n";
+    html += "<table>\n<tr><th>Database</th><th>Deleted (UTC)</th><th>By</th><th>What</th><th></th></tr>\n";
+    const std::string& admin = request.server.adminPath;
+    for (const auto& entry : entries)
+    {
+        std::string what = std::to_string(entry.records) + " records";
+        std::string buttons;
+        if (!entry.file.empty())
+        {
+            what = "the database (" + what + ")";
+            buttons = restoreButton(admin, "file\t" + entry.file, "Restore the database");
+        }
+        else
+        {
+            const std::string deletion =
+                "deletion\t" + entry.database + "\t" + std::to_string(entry.deletion);
+            buttons = restoreButton(admin, deletion, "Restore all " + std::to_string(entry.records));
+            for (const auto& id : entry.recordIDs)
+                buttons += restoreButton(admin, deletion + "\t" + id, "Restore #" + id);
+        }
+        html += "<tr><td>" + htmlEncode(entry.database) + "</td><td>" + htmlEncode(entry.deletedAt) +
+                "</td><td>" + htmlEncode(entry.deletedBy) + "</td><td>" + htmlEncode(what) + "</td><td>" +
+                buttons + "</td></tr>\n";
+    }
+    return html + "</table>\n</section>\n";
+}
+
+bool handleRestorePost(RequestContext& request, std::string& notice, int& status)
+{
+    const std::string* value = findValue(request.postArguments, kRestoreField);
+    if (!value)
+        return false;
+    // "file<TAB>name", or "deletion<TAB>database<TAB>number[<TAB>record ID]".
+    std::vector<std::string> parts;
+    for (size_t start = 0; start <= value->size();)
+    {
+        const size_t tab = std::min(value->find('\t', start), value->size());
+        parts.push_back(value->substr(start, tab - start));
+        start = tab + 1;
+    }
+    db::TrashRestore which;
+    if (parts.size() == 2 && parts[0] == "file")
+        which.file = parts[1];
+    else if ((parts.size() == 3 || parts.size() == 4) && parts[0] == "deletion" && !parts[2].empty() &&
+             parts[2].size() < 19 && parts[2].find_first_not_of("0123456789") == std::string::npos)
+    {
+        which.database = parts[1];
+        which.deletion = std::stoll(parts[2]);
+        which.recordID = parts.size() == 4 ? parts[3] : "";
+    }
+    else
+    {
+        status = 400;
+        notice = "<p class=\"refused\">Not restored: the form names nothing in the recycle bin.</p>\n";
+        return true;
+    }
+    db::DatabaseService& service = request.databaseService();
+    uint64_t restored = 0;
+    const uint32_t code = service.restoreTrash(which, restored);
+    const std::string what = which.file.empty() ? std::to_string(restored) + " records into " + which.database
+                                                : "the database of " + which.file;
+    writeServerLog(
+        code == 0 ? LogKind::Note : LogKind::Warning, {request.region.region.name, request.urlPath, ""},
+        (code == 0 ? "restored " + what : "restore refused: " + service.lastFailure().line) + " (by " +
+            (request.request.user.empty() ? std::string("-") : request.request.user) + ")");
+    if (code != 0)
+    {
+        status = 400;
+        notice = "<p class=\"refused\">Not restored: " + htmlEncode(service.lastFailure().line) + "</p>\n";
+    }
+    else
+        notice = "<p class=\"notice\">Restored " + htmlEncode(what) + ".</p>\n";
+    return true;
+}
 
 std::string renderRecentChanges(RequestContext& request)
 {

@@ -123,7 +123,8 @@ void AdminPage::handle(RequestContext& request, HttpResponse& response)
     auto& modules = myHost.registry().modules();
     std::string notice;
     int status = 200;
-    if (request.request.method == "POST")
+    const bool restorePosted = request.request.method == "POST" && handleRestorePost(request, notice, status);
+    if (request.request.method == "POST" && !restorePosted)
     {
         const std::string* chosen = findValue(request.postArguments, kModuleField);
         size_t index = modules.size();
@@ -170,6 +171,7 @@ void AdminPage::handle(RequestContext& request, HttpResponse& response)
         html += renderModule(i, *modules[i], request);
     html += renderDatabases(request);
     html += renderRecentChanges(request);
+    html += renderRecycleBin(request);
     html += "</body></html>\n";
     response.status = status;
     response.body = std::move(html);

@@ -3,11 +3,10 @@
 #include "AuditEntry.h"
 
 #include "FieldTypes.h"
+#include "common/Text.h"
 
 #include <array>
 #include <cstdio>
-#include <ctime>
-#include <sys/time.h>
 
 namespace kiv::db
 {
@@ -273,15 +272,7 @@ std::optional<AuditEntry> parseAuditEntry(std::string_view line)
 
 std::string auditTimeNow()
 {
-    timeval now{};
-    gettimeofday(&now, nullptr);
-    tm utc{};
-    gmtime_r(&now.tv_sec, &utc);
-    char stamp[40];
-    std::strftime(stamp, sizeof stamp, "%Y-%m-%dT%H:%M:%S", &utc);
-    char millis[8];
-    std::snprintf(millis, sizeof millis, ".%03dZ", static_cast<int>(now.tv_usec / 1000));
-    return std::string(stamp) + millis;
+    return utcTimeNow();
 }
 
 } // namespace kiv::db
