@@ -50,7 +50,8 @@ std::string changeRow(const db::AuditEntry& entry)
         what += " #" + entry.record;
     if (!entry.field.empty())
         what += " " + entry.field;
-    if (entry.action == db::AuditAction::AllRecordsDeleted || entry.action == db::AuditAction::Imported)
+    if (entry.action == db::AuditAction::AllRecordsDeleted || entry.action == db::AuditAction::Imported ||
+        entry.action == db::AuditAction::Restored)
         what += " (" + std::to_string(entry.count) + " records" +
                 (entry.file.empty() ? "" : " from " + entry.file) + ")";
     return "<tr><td>" + htmlEncode(entry.time) + "</td><td>" + htmlEncode(what) + "</td><td>" +

@@ -14,10 +14,10 @@ namespace kiv::db
 namespace
 {
 
-constexpr std::array<std::string_view, 9> kActionNames = {
-    "record added",        "record updated",   "record deleted",
-    "all records deleted", "field added",      "field deleted",
-    "database created",    "database deleted", "imported"};
+constexpr std::array<std::string_view, 10> kActionNames = {
+    "record added", "record updated", "record deleted",   "all records deleted",
+    "field added",  "field deleted",  "database created", "database deleted",
+    "imported",     "restored"};
 
 // The length of the UTF-8 sequence starting at `text[at]`, or 0 when the bytes there are not one.
 size_t utf8SequenceAt(std::string_view text, size_t at)
@@ -242,7 +242,8 @@ std::string formatAuditEntry(const AuditEntry& entry)
         appendMember(out, "field", entry.field);
     if (!entry.file.empty())
         appendMember(out, "file", entry.file);
-    if (entry.action == AuditAction::AllRecordsDeleted || entry.action == AuditAction::Imported)
+    if (entry.action == AuditAction::AllRecordsDeleted || entry.action == AuditAction::Imported ||
+        entry.action == AuditAction::Restored)
         out += ",\"count\":" + std::to_string(entry.count);
     appendValues(out, "before", entry.before);
     appendValues(out, "after", entry.after);

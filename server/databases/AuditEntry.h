@@ -25,7 +25,8 @@ enum class AuditAction
     FieldDeleted,
     DatabaseCreated,
     DatabaseDeleted,
-    Imported // one entry with the number of rows and the file, not one per row
+    Imported, // one entry with the number of rows and the file, not one per row
+    Restored  // from the recycle bin: records (their number, the record ID for one) or a database
 };
 
 std::string_view actionName(AuditAction action);

@@ -141,7 +141,19 @@ uint32_t DatabaseService::restoreTrash(const TrashRestore& which, uint64_t& rest
 {
     std::string message;
     const uint32_t code = myCatalogue->restoreTrash(which, restored, message);
-    return code == kKivResult_Success ? code : fail(code, message);
+    if (code != kKivResult_Success)
+        return fail(code, message);
+    if (myEnvironment.changed)
+    {
+        AuditEntry entry;
+        entry.action = AuditAction::Restored;
+        entry.database = which.file.empty() ? which.database : which.file.substr(0, which.file.rfind('~'));
+        entry.record = which.recordID;
+        entry.file = which.file;
+        entry.count = restored;
+        myEnvironment.changed(entry);
+    }
+    return code;
 }
 
 uint32_t DatabaseService::emptyTrash()

@@ -326,6 +326,10 @@ class RecycleBinTest(unittest.TestCase):
         self.assertEqual(status, 200, page)
         self.assertIn(f"Restored {total} records into People", page)
         self.assertEqual(self.count(), total)
+        with open(os.path.join(self.site.data, "audit-main.jsonl")) as log:
+            restored = json.loads(log.read().splitlines()[-1])
+        self.assertEqual((restored["action"], restored["database"], restored["count"], restored["user"]),
+                         ("restored", "People", total, "admin"))
         status, page = kh.post(self.port, "/kiv-admin/", {"kivAdminRestore": value},
                                headers=dict(kh.basic_auth(), Origin=f"http://127.0.0.1:{self.port}"))
         self.assertEqual(status, 400)
