@@ -445,8 +445,11 @@ std::vector<std::string> findConfigProblems(const ServerConfig& config)
         {
             // Everything in the site root can be downloaded: databases, preferences, accounts
             // and exported files would be too.
+            const fs::path auditLog = auditLogOf(config, region);
             const std::pair<const char*, const fs::path*> folders[] = {
-                {"data folder", &region.dataFolder}, {"exports folder", &region.exportsFolder}};
+                {"data folder", &region.dataFolder},
+                {"exports folder", &region.exportsFolder},
+                {"audit log", &auditLog}};
             for (const auto& [what, folder] : folders)
                 if (!folder->empty() && isInsideSite(region, *folder))
                     problems.push_back("region '" + region.name + "': " + what + " " + folder->string() +

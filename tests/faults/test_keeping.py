@@ -81,15 +81,18 @@ class DurableCommitsTest(unittest.TestCase):
                     server.stop()
                     site.remove()
 
-    def test_a_wrong_value_is_a_configuration_error(self):
-        site = make_site('durable_commits = "yes"')
-        try:
-            result = subprocess.run([SERVER, "check", "--config", site.config], capture_output=True, text=True,
-                                    timeout=120)
-            self.assertNotEqual(result.returncode, 0)
-            self.assertIn("durable_commits", result.stdout + result.stderr)
-        finally:
-            site.remove()
+    def test_wrong_settings_are_configuration_errors(self):
+        for region, named in (('durable_commits = "yes"', "durable_commits"), ("trash_days = -1", "trash_days"),
+                              ('audit_log = "site/audit.jsonl"', "audit log")):
+            with self.subTest(region=region):
+                site = make_site(region)
+                try:
+                    result = subprocess.run([SERVER, "check", "--config", site.config], capture_output=True,
+                                            text=True, timeout=120)
+                    self.assertNotEqual(result.returncode, 0)
+                    self.assertIn(named, result.stdout + result.stderr)
+                finally:
+                    site.remove()
 
 
 class AuditLogTest(unittest.TestCase):
