@@ -60,8 +60,6 @@ std::string changeRow(const db::AuditEntry& entry)
            "</td></tr>\n";
 }
 
-} // namespace
-
 constexpr std::string_view kRestoreField = "kivAdminRestore";
 
 std::string restoreButton(const std::string& adminPath, const std::string& value, const std::string& label)
@@ -70,6 +68,8 @@ std::string restoreButton(const std::string& adminPath, const std::string& value
            std::string(kRestoreField) + "\" value=\"" + htmlEncode(value) + "\">" + htmlEncode(label) +
            "</button></form>";
 }
+
+} // namespace
 
 std::string renderRecycleBin(RequestContext& request)
 {
