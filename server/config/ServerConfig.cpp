@@ -445,7 +445,10 @@ std::vector<std::string> findConfigProblems(const ServerConfig& config)
         {
             // Everything in the site root can be downloaded: databases, preferences, accounts
             // and exported files would be too.
-            const fs::path auditLog = auditLogOf(config, region);
+            // By default the audit log may lie in the data folder, which is checked already.
+            fs::path auditLog = auditLogOf(config, region);
+            if (auditLog.parent_path() == region.dataFolder)
+                auditLog.clear();
             const std::pair<const char*, const fs::path*> folders[] = {
                 {"data folder", &region.dataFolder},
                 {"exports folder", &region.exportsFolder},
