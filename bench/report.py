@@ -336,6 +336,21 @@ def postgres_section(wrk, cpu, floor):
     return lines, targets
 
 
+def adds_section(wrk):
+    """Adds per second with durable commits (the default) and without: lines of the section."""
+    durable, fast = wrk.get(("adds", "kiv-adds-durable"), {}), wrk.get(("adds", "kiv-adds-fast"), {})
+    if not durable and not fast:
+        return []
+    return ["## Adds per second", "",
+            "One record added per POST of a public page (4 connections, 2 workers), with each commit on disk",
+            "before it is acknowledged (`durable_commits = true`, the default: synchronous=FULL) and without",
+            "(`durable_commits = false`: synchronous=NORMAL, the last commits may be lost on a power loss).", "",
+            "| Commits | Adds/s | p50 ms | p99 ms | Errors |", "|---|---:|---:|---:|---:|",
+            *(f"| {title} | {fmt(entry.get('rps'), 1)} | {fmt(entry.get('p50'), 2)} | {fmt(entry.get('p99'), 2)} | "
+              f"{entry.get('errors', 0)} |" for title, entry in (("durable (default)", durable), ("fast", fast))),
+            ""]
+
+
 def main():
     parser = argparse.ArgumentParser()
     parser.add_argument("--work", required=True)
@@ -476,6 +491,8 @@ def main():
                 f"{fmt(statistics.median(times), 1) if times else 'n/a'} | {fmt(max(times), 1) if times else 'n/a'} | "
                 f"{', '.join(f'{kib / 1024:.1f}' for kib in entry['rss']) or 'n/a'} |")
         add("")
+
+    lines.extend(adds_section(wrk))
 
     cpu = load_cpu(args.work)
     pg_lines, pg_targets = postgres_section(wrk, cpu, floor)

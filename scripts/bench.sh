@@ -394,6 +394,44 @@ postgres_pages() {
     stop_postgres
 }
 
+# Adds per second through a public page, with commits durable (synchronous=FULL, the default)
+# and without (durable_commits = false): what the fsync of each commit costs. Into
+# $WORK/wrk/adds__kiv-adds-<durable|fast>__<run>.txt.
+adds_per_second() {
+    local mode durable port=$((PORT_BASE + 6)) pid
+    for mode in durable fast; do
+        durable=$([[ $mode == durable ]] && echo true || echo false)
+        mkdir -p "$WORK/adds-$mode/site" "$WORK/adds-$mode/data"
+        printf '%s' '<kivModifyDatabase mode="addRecord" databaseName="Adds" fieldName="Name" fieldValue="bench">' \
+            >"$WORK/adds-$mode/site/add.html"
+        echo ready >"$WORK/adds-$mode/site/ready.txt"
+        "$BUILD/server/kiv-server" db create Adds Name:Text:40 --data "$WORK/adds-$mode/data" >/dev/null
+        cat >"$WORK/adds-$mode/server.toml" <<TOML
+[server]
+listen = "127.0.0.1"
+port = $port
+workers = 2
+access_log = "/dev/null"
+server_log = "$WORK/logs/kiv-adds-$mode.log"
+[[region]]
+root = "$WORK/adds-$mode/site"
+data = "$WORK/adds-$mode/data"
+public_write_rate = 0
+durable_commits = $durable
+TOML
+        "$BUILD/server/kiv-server" serve --config "$WORK/adds-$mode/server.toml" >/dev/null 2>&1 &
+        pid=$!
+        wait_for "http://127.0.0.1:$port/ready.txt"
+        for run in $(seq "$RUNS"); do
+            log "adds: $mode, run $run of $RUNS"
+            measure adds "kiv-adds-$mode" "$run" "http://127.0.0.1:$port/add.html" 4 \
+                -s "$ROOT/bench/peers/post-empty.lua"
+        done
+        kill "$pid"
+        wait "$pid" 2>/dev/null || true
+    done
+}
+
 main() {
     install_peers
     build
@@ -443,6 +481,7 @@ main() {
         sqlite_floor "$setup" sqlite-page25 2000 "$sql25"
         sqlite_floor "$setup" sqlite-rows10000 20 "$sql10k"
     done
+    adds_per_second
     ((POSTGRES)) && postgres_pages
     micro_benchmarks
     report

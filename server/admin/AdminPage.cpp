@@ -4,6 +4,7 @@
 #include "admin/AdminFiles.h"
 #include "admin/AdminOverview.h"
 #include "common/Utf8.h"
+#include "admin/AdminChanges.h"
 #include "logging/Log.h"
 
 namespace kiv
@@ -15,10 +16,11 @@ namespace
 constexpr std::string_view kModuleField = "kivAdminModule";
 
 // The page's sections below the modules, in order, and the actions their forms post.
-constexpr AdminSectionRenderer kSections[] = {renderDatabaseOverview, renderExportFiles, renderBackups,
-                                              renderServerErrors};
-constexpr std::pair<std::string_view, AdminAction> kActions[] = {{"upload", uploadExportFile},
-                                                                 {"backup", makeBackup}};
+constexpr AdminSectionRenderer kSections[] = {renderDatabaseOverview, renderRecentChanges,
+                                              renderRecycleBin,       renderExportFiles,
+                                              renderBackups,          renderServerErrors};
+constexpr std::pair<std::string_view, AdminAction> kActions[] = {
+    {"upload", uploadExportFile}, {"backup", makeBackup}, {"restore", restoreFromTrash}};
 
 std::string row(std::string_view label, std::string_view value)
 {

@@ -4,13 +4,17 @@
 #include "common/Text.h"
 #include "config/ServerConfig.h"
 #include "Backups.h"
+#include "logging/AuditLog.h"
 #include "DatabaseService.h"
 #include "ServiceCodes.h"
 #include "site/SampleData.h"
 
 #include <chrono>
 #include <cstdlib>
+#include <fstream>
 #include <iostream>
+#include <pwd.h>
+#include <unistd.h>
 
 namespace fs = std::filesystem;
 
@@ -135,6 +139,36 @@ DatabaseCommands::DatabaseCommands(CLI::App& program)
         command->add_option("--user", my.user, "ODBC user (password in KIV_ODBC_PASSWORD)");
     }
     indexAdd->add_option("fields", my.fieldList, "two fields: City,Name")->required();
+    CLI::App* audit =
+        myCommand->add_subcommand("audit", "show the changes the audit log holds, oldest first");
+    audit->add_option("--data", my.data, "data folder (its audit-default.jsonl)");
+    audit->add_option("--config", my.configFile, "configuration file (with --region)");
+    audit->add_option("--region", my.region, "region of the configuration");
+    audit->add_option("--log", my.auditLog, "the audit log file to read");
+    audit->add_option("--database", my.auditDatabase, "only changes of this database");
+    audit->add_option("--record", my.auditRecord, "only changes of the record with this unique ID");
+    audit->add_option("--user", my.user, "only changes by this user (a login, public, shell:ACCOUNT)");
+    audit->add_option("--since", my.since, "only changes at or after this UTC time: 2026-11-25T10:00");
+    audit->add_option("--until", my.until, "only changes before this UTC time; a date includes its day");
+    mySubcommands.push_back(audit);
+    CLI::App* trash = myCommand->add_subcommand("trash", "the recycle bin: deleted records and databases");
+    trash->require_subcommand(1);
+    mySubcommands.push_back(trash);
+    CLI::App* trashList = trash->add_subcommand("list", "what the bin holds, newest deletions first");
+    CLI::App* trashRestore =
+        trash->add_subcommand("restore", "put a deletion, one record of it, or a database back");
+    CLI::App* trashEmpty = trash->add_subcommand("empty", "delete everything the bin holds, for good");
+    for (CLI::App* command : {trashList, trashRestore, trashEmpty})
+    {
+        command->add_option("--data", my.data, "data folder");
+        command->add_option("--config", my.configFile, "configuration file (with --region)");
+        command->add_option("--region", my.region, "region of the configuration");
+        mySubcommands.push_back(command);
+    }
+    trashRestore->add_option("--database", my.auditDatabase, "the database of the deletion");
+    trashRestore->add_option("--deletion", my.deletion, "the deletion's number, as the list shows it");
+    trashRestore->add_option("--record", my.auditRecord, "only the record with this unique ID");
+    trashRestore->add_option("--file", my.file, "a deleted database: its file, as the list shows it");
     mySubcommands.push_back(indexAdd);
     mySubcommands.push_back(indexList);
 }
@@ -158,7 +192,16 @@ struct Place
 {
     db::ServiceEnvironment environment;
     bool mustExist = true; // the data folder
+    fs::path auditLog;
+    std::string region = "default";
 };
+
+// Changes made from the shell are logged as the account that made them.
+std::string shellUser()
+{
+    const passwd* account = ::getpwuid(::geteuid());
+    return "shell:" + std::string(account ? account->pw_name : std::to_string(::geteuid()));
+}
 
 Place placeOf(const std::string& data, const std::string& configFile, const std::string& regionName)
 {
@@ -171,6 +214,10 @@ Place placeOf(const std::string& data, const std::string& configFile, const std:
     {
         place.environment.dataFolder = fs::absolute(data).lexically_normal();
         usersFile = place.environment.dataFolder / "users.toml";
+        // As a server without a configuration logs changes of this folder.
+        RegionConfig region;
+        region.dataFolder = place.environment.dataFolder;
+        place.auditLog = auditLogOf(ServerConfig(), region);
     }
     else
     {
@@ -190,17 +237,101 @@ Place placeOf(const std::string& data, const std::string& configFile, const std:
                                    : "no region is named '" + regionName + "' (" + names + ")");
         place.environment.dataFolder = region->dataFolder;
         place.environment.exportsFolder = region->exportsFolder;
+        place.environment.durableCommits = region->durableCommits;
+        place.environment.trashDays = region->trashDays;
         usersFile = region->usersFile;
-        place.environment.protectedFiles = {config.serverLog, config.accessLog};
+        place.auditLog = auditLogOf(config, *region);
+        place.region = region->name;
+        place.environment.protectedFiles = {config.serverLog, config.accessLog, place.auditLog};
     }
     place.environment.protectedFiles.push_back(usersFile);
     place.environment.protectedFiles.push_back(place.environment.dataFolder / "kiv-preferences.txt");
     place.environment.warning = [](const std::string& line)
     { std::cerr << "kiv-server: warning: " << line << "\n"; };
+    place.environment.actor = shellUser();
+    place.environment.changed = [auditLog = place.auditLog, region = place.region](db::AuditEntry& entry)
+    {
+        std::string why;
+        if (!recordChange(auditLog, {region, shellUser(), "", ""}, entry, why))
+            std::cerr << "kiv-server: warning: " << why << "\n";
+    };
     return place;
 }
 
 } // namespace
+
+int DatabaseCommands::showAudit()
+{
+    fs::path file = my.auditLog;
+    if (file.empty())
+        file = placeOf(my.data, my.configFile, my.region).auditLog;
+    std::ifstream log(file, std::ios::binary);
+    if (!log)
+        throw CommandError("the audit log " + file.string() + " cannot be read (no change was logged yet?)");
+    // Times compare as text: ISO-8601 in UTC orders as it reads.
+    const auto matches = [&](const db::AuditEntry& entry)
+    {
+        return (my.auditDatabase.empty() || db::compareFolded(entry.database, my.auditDatabase) == 0) &&
+               (my.auditRecord.empty() || entry.record == my.auditRecord) &&
+               (my.user.empty() || entry.user == my.user) && (my.since.empty() || entry.time >= my.since) &&
+               (my.until.empty() || entry.time < my.until || entry.time.rfind(my.until, 0) == 0);
+    };
+    size_t unreadable = 0;
+    for (std::string line; std::getline(log, line);)
+    {
+        const auto entry = db::parseAuditEntry(line);
+        if (!entry)
+            ++unreadable;
+        else if (matches(*entry))
+            std::cout << line << "\n";
+    }
+    if (unreadable > 0)
+        std::cerr << "kiv-server: warning: " << unreadable << " line(s) of " << file.string()
+                  << " are not audit entries\n";
+    return 0;
+}
+
+int DatabaseCommands::runTrash(const std::string& command, db::DatabaseService& service)
+{
+    if (command == "trash list")
+    {
+        std::vector<db::TrashEntry> entries;
+        require(service, service.listTrash(entries), "trash");
+        for (const auto& entry : entries)
+        {
+            std::string ids;
+            for (const auto& id : entry.recordIDs)
+                ids += (ids.empty() ? "" : ",") + id;
+            std::cout << entry.database << "\t"
+                      << (entry.file.empty() ? "deletion " + std::to_string(entry.deletion)
+                                             : "database " + entry.file)
+                      << "\t" << entry.deletedAt << "\t" << entry.deletedBy << "\t" << entry.records
+                      << " records"
+                      << (ids.empty()
+                              ? ""
+                              : "\tIDs " + ids + (entry.recordIDs.size() < entry.records ? ",..." : ""))
+                      << "\n";
+        }
+        return 0;
+    }
+    if (command == "trash empty")
+    {
+        require(service, service.emptyTrash(), "trash empty");
+        std::cout << "the recycle bin is empty\n";
+        return 0;
+    }
+    db::TrashRestore which{my.auditDatabase, my.deletion, my.auditRecord, my.file};
+    if (which.file.empty() && (which.database.empty() || which.deletion <= 0))
+        throw CommandError(
+            "name what to restore: --database NAME --deletion N [--record ID], or --file FILE");
+    uint64_t restored = 0;
+    require(service, service.restoreTrash(which, restored), "trash restore");
+    if (!which.file.empty())
+        std::cout << "restored the database of " << which.file << "\n";
+    else
+        std::cout << "restored " << restored << " records into " << which.database << "\n";
+    return 0;
+}
 
 int DatabaseCommands::run()
 {
@@ -215,6 +346,8 @@ int DatabaseCommands::run()
     const std::string& database = my.name;
     try
     {
+        if (name == "audit")
+            return showAudit();
         Place place = placeOf(my.data, my.configFile, my.region);
         std::error_code error;
         bool makesFolder = name == "create" || name == "restore";
@@ -223,6 +356,11 @@ int DatabaseCommands::run()
                                " does not exist");
         // Import and export name files anywhere the administrator can reach: the service takes
         // the file's folder as its exports folder, still refusing the server's own files.
+        if (name.rfind("trash ", 0) == 0)
+        {
+            db::DatabaseService service(std::move(place.environment));
+            return runTrash(name, service);
+        }
         fs::path file = my.file.empty() ? fs::path() : fs::absolute(my.file).lexically_normal();
         if (!file.empty())
             place.environment.exportsFolder = file.parent_path();

@@ -12,7 +12,14 @@
 //   db export NAME FILE [--fields A,B] [--search TEXT]
 //   db index add NAME FIELD,FIELD        a two-field index (compare the first, sort by the second)
 //   db index list NAME
+//   db audit [--database D] [--record N] [--user U] [--since T] [--until T]
+//                                        the region's changes, as the audit log's JSON lines
+//   db trash list                        deleted records (by deletion) and databases
+//   db trash restore --database D --deletion N [--record ID] | --file TRASHFILE
+//   db trash empty
 #pragma once
+
+#include "DatabaseService.h"
 
 #include <CLI/CLI.hpp>
 
@@ -48,7 +55,17 @@ private:
         std::string fieldList;
         std::string search;
         bool dryRun = false;
+        // db audit: the filters, and the log to read instead of the region's.
+        std::string auditDatabase;
+        std::string auditRecord;
+        std::string since;
+        std::string until;
+        std::string auditLog;
+        int64_t deletion = 0;
     };
+
+    int showAudit();
+    int runTrash(const std::string& command, db::DatabaseService& service);
 
     CLI::App* add(const std::string& name, const std::string& description);
 

@@ -2,6 +2,8 @@
 #include "common/Text.h"
 
 #include <cstdio>
+#include <ctime>
+#include <sys/time.h>
 
 namespace kiv
 {
@@ -264,6 +266,19 @@ std::string fourCharacterCode(uint32_t code)
         text += c;
     }
     return text;
+}
+
+std::string utcTimeNow()
+{
+    timeval now{};
+    gettimeofday(&now, nullptr);
+    tm utc{};
+    gmtime_r(&now.tv_sec, &utc);
+    char stamp[40];
+    std::strftime(stamp, sizeof stamp, "%Y-%m-%dT%H:%M:%S", &utc);
+    char millis[8];
+    std::snprintf(millis, sizeof millis, ".%03dZ", static_cast<int>(now.tv_usec / 1000));
+    return std::string(stamp) + millis;
 }
 
 } // namespace kiv

@@ -44,4 +44,7 @@ const std::string* findValue(const NameValueList& list, std::string_view name);
 // "MBtS" for 0x4D427453; codes that are not four printable characters print in hex.
 std::string fourCharacterCode(uint32_t code);
 
+// The time now in UTC, as the logs write it: ISO-8601 with milliseconds, "2026-11-25T00:14:33.120Z".
+std::string utcTimeNow();
+
 } // namespace kiv

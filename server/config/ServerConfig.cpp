@@ -232,6 +232,10 @@ RegionConfig readRegion(TableReader& table, const fs::path& base, size_t index, 
         region.backupsFolder = resolvePath(base, backups);
     region.maxUploadBytes =
         table.number<size_t>("max_upload_bytes", region.maxUploadBytes, 1, size_t(1) << 34);
+    region.durableCommits = table.boolean("durable_commits", region.durableCommits);
+    region.trashDays = table.number("trash_days", region.trashDays, 0, 3650);
+    if (std::string audit = table.string("audit_log", ""); !audit.empty())
+        region.auditLog = resolvePath(base, audit);
     std::string language = table.string("language", "en");
     region.language = languageCode(language);
     if (region.language == 0)
@@ -448,10 +452,15 @@ std::vector<std::string> findConfigProblems(const ServerConfig& config)
         {
             // Everything in the site root can be downloaded: databases, preferences, accounts
             // and exported files would be too.
+            // By default the audit log may lie in the data folder, which is checked already.
+            fs::path auditLog = auditLogOf(config, region);
+            if (auditLog.parent_path() == region.dataFolder)
+                auditLog.clear();
             const std::pair<const char*, const fs::path*> folders[] = {
                 {"data folder", &region.dataFolder},
                 {"exports folder", &region.exportsFolder},
-                {"backups folder", &region.backupsFolder}};
+                {"backups folder", &region.backupsFolder},
+                {"audit log", &auditLog}};
             for (const auto& [what, folder] : folders)
                 if (!folder->empty() && isInsideSite(region, *folder))
                     problems.push_back("region '" + region.name + "': " + what + " " + folder->string() +
@@ -526,6 +535,17 @@ const RegionConfig& selectRegion(const ServerConfig& config, std::string_view ho
             fallback = &region;
     }
     return fallback ? *fallback : config.regions.front();
+}
+
+fs::path auditLogOf(const ServerConfig& config, const RegionConfig& region)
+{
+    if (!region.auditLog.empty())
+        return region.auditLog;
+    std::string name = "audit-" + region.name + ".jsonl";
+    for (char& c : name)
+        if (c == '/' || static_cast<unsigned char>(c) < 0x20)
+            c = '_';
+    return (config.serverLog.empty() ? region.dataFolder : config.serverLog.parent_path()) / name;
 }
 
 uint32_t languageCode(std::string_view name)

@@ -35,6 +35,13 @@ struct RegionConfig
     std::filesystem::path backupsFolder;
     // The largest file the administration page accepts into the exports folder (413 above it).
     size_t maxUploadBytes = 8 * 1024 * 1024;
+    // Embedded databases acknowledge a commit once it is on disk (synchronous=FULL), so it
+    // survives a power loss; false trades that for speed (synchronous=NORMAL).
+    bool durableCommits = true;
+    // Days the recycle bin keeps deleted records and databases; 0: deleted for good at once.
+    int trashDays = 30;
+    // The region's audit log (one JSON line per change); empty: auditLogOf's default.
+    std::filesystem::path auditLog;
     uint32_t language = 0x01000000; // a localization language code (English)
     std::vector<std::string> pageExtensions{".html", ".htm"};
     std::vector<std::string> indexFiles{"index.html", "index.htm"};
@@ -139,6 +146,10 @@ std::vector<std::string> findConfigProblems(const ServerConfig& config);
 // The region for a Host header: the first whose host names include it, else the first
 // region without host names, else the first region.
 const RegionConfig& selectRegion(const ServerConfig& config, std::string_view hostHeader);
+
+// Where a region's changes are logged: its audit_log, else "audit-<region>.jsonl" beside the
+// server log, or in the data folder when the server logs to standard error.
+std::filesystem::path auditLogOf(const ServerConfig& config, const RegionConfig& region);
 
 // "en", "fr", "es" (or the full names) to the localization language codes; 0 if unknown.
 uint32_t languageCode(std::string_view name);

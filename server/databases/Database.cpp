@@ -131,6 +131,47 @@ void Database::afterSchemaChange()
     clearSearch();
 }
 
+std::string Database::recordIDOf(const std::vector<FieldValue>& values) const
+{
+    const auto id = myTable->uniqueIDIndex();
+    return id && *id < values.size() ? valueAsText(fields()[*id], values[*id]) : std::string();
+}
+
+AuditValues Database::auditValuesOf(const std::vector<FieldValue>& values,
+                                    const std::vector<size_t>& only) const
+{
+    AuditValues shown;
+    const auto add = [&](size_t index)
+    {
+        if (index < values.size())
+            shown.emplace_back(fields()[index].name, valueAsText(fields()[index], values[index]));
+    };
+    if (only.empty())
+        for (size_t i = 0; i < values.size(); ++i)
+            add(i);
+    for (size_t index : only)
+        add(index);
+    return shown;
+}
+
+AuditEntry Database::changeOf(AuditAction action) const
+{
+    AuditEntry entry;
+    entry.action = action;
+    entry.database = name();
+    return entry;
+}
+
+void Database::reportRecord(AuditAction action, const std::vector<FieldValue>& values, AuditValues before,
+                            AuditValues after)
+{
+    AuditEntry entry = changeOf(action);
+    entry.record = recordIDOf(values);
+    entry.before = std::move(before);
+    entry.after = std::move(after);
+    myEvents.changed(entry);
+}
+
 uint32_t Database::addField(const std::string& givenName, uint32_t typeWord)
 {
     // Lookups ignore surrounding blanks, so a name typed with one means the name without it.
@@ -151,6 +192,12 @@ uint32_t Database::addField(const std::string& givenName, uint32_t typeWord)
     afterSchemaChange();
     if (code != kKivResult_Success)
         return code;
+    if (myEvents.changed)
+    {
+        AuditEntry entry = changeOf(AuditAction::FieldAdded);
+        entry.field = name;
+        myEvents.changed(entry);
+    }
     // The module reads the handle's message after adding a field and publishes it as the name.
     myMessage = name;
     return kKivResult_Success;
@@ -161,7 +208,7 @@ uint32_t Database::deleteField(const std::string& name)
     const auto index = fieldIndex(name);
     if (!index)
         return fieldNotFound(name);
-    const std::string& stored = fields()[*index].name;
+    const std::string stored = fields()[*index].name;
     if (index == myTable->uniqueIDIndex() || compareFolded(stored, KIV_DEFAULT_UNIQUE_ID_FIELD) == 0)
         return fail(result::kProtectedField, "The unique ID field " + stored + " cannot be deleted.");
     if (auto why = myTable->takeSchemaLock(); !why.empty())
@@ -174,7 +221,15 @@ uint32_t Database::deleteField(const std::string& name)
         });
     afterSchemaChange();
     if (code == kKivResult_Success)
+    {
         myMessage.clear();
+        if (myEvents.changed)
+        {
+            AuditEntry entry = changeOf(AuditAction::FieldDeleted);
+            entry.field = stored;
+            myEvents.changed(entry);
+        }
+    }
     return code;
 }
 
@@ -320,6 +375,8 @@ uint32_t Database::addRecord()
                 myRecord.key = key;
                 myRecord.changed.assign(fields().size(), false);
             }
+            if (myEvents.changed)
+                reportRecord(AuditAction::RecordAdded, myRecord.values, {}, auditValuesOf(myRecord.values));
             return kKivResult_Success;
         });
 }
@@ -341,11 +398,17 @@ uint32_t Database::updateRecord()
         {
             myResults.complete();
             std::vector<FieldValue> current;
-            const bool found = changed.empty() ? myTable->readRow(myRecord.key, current)
-                                               : myTable->updateRow(myRecord.key, changed, myRecord.values);
+            // The audit log needs the values the update replaces.
+            const bool readFirst = changed.empty() || myEvents.changed;
+            bool found = !readFirst || myTable->readRow(myRecord.key, current);
+            if (found && !changed.empty())
+                found = myTable->updateRow(myRecord.key, changed, myRecord.values);
             if (!found)
                 return fail(result::kRecordNotFound, "The record no longer exists.");
             myRecord.changed.assign(fields().size(), false);
+            if (myEvents.changed && !changed.empty())
+                reportRecord(AuditAction::RecordUpdated, current, auditValuesOf(current, changed),
+                             auditValuesOf(myRecord.values, changed));
             return kKivResult_Success;
         });
 }
@@ -387,8 +450,13 @@ uint32_t Database::deleteRecord(const InputValue& uniqueID)
                       {
                           myResults.complete();
                           auto transaction = myTable->begin();
+                          std::vector<std::vector<FieldValue>> deleted(myEvents.changed ? rows.size() : 0);
+                          for (size_t i = 0; i < deleted.size(); ++i)
+                              myTable->readRow(rows[i], deleted[i]);
                           myTable->deleteRows(rows);
                           transaction->commit();
+                          for (const auto& values : deleted)
+                              reportRecord(AuditAction::RecordDeleted, values, auditValuesOf(values), {});
                           return uint32_t(kKivResult_Success);
                       });
 }
@@ -398,9 +466,16 @@ uint32_t Database::deleteAllRecords()
     return guarded(
         [&]() -> uint32_t
         {
+            const size_t count = myEvents.changed ? myTable->rowCount() : 0;
             myTable->deleteAllRows();
             clearSearch();
             myRecord = Record();
+            if (myEvents.changed)
+            {
+                AuditEntry entry = changeOf(AuditAction::AllRecordsDeleted);
+                entry.count = count;
+                myEvents.changed(entry);
+            }
             return kKivResult_Success;
         });
 }
@@ -669,6 +744,13 @@ uint32_t Database::importRecords(std::string_view file, uint32_t& count)
     clearSearch();
     count = imported;
     myMessage.clear();
+    if (myEvents.changed)
+    {
+        AuditEntry entry = changeOf(AuditAction::Imported);
+        entry.file = myFiles.shownName(import.source);
+        entry.count = imported;
+        myEvents.changed(entry);
+    }
     return kKivResult_Success;
 }
 

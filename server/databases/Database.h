@@ -5,6 +5,7 @@
 // hands out for the handle; a failure is also reported to the service that opened it.
 #pragma once
 
+#include "AuditEntry.h"
 #include "FieldTypes.h"
 #include "Store.h"
 #include "results/ResultCursor.h"
@@ -35,6 +36,9 @@ struct DatabaseEvents
     std::function<void(const std::string& line)> warning;
     // How long a search took to run (counted, its first window ready), for the server's metrics.
     std::function<void(std::chrono::steady_clock::duration took)> searched;
+    // Each write that succeeded, with the values before and after, for the audit log; none: the
+    // writes read nothing extra.
+    std::function<void(AuditEntry& entry)> changed;
 };
 
 class Database
@@ -135,6 +139,14 @@ private:
     uint32_t createImportFields(const std::filesystem::path& source, const std::vector<std::string>& header,
                                 std::vector<std::string>& created);
     void removeFields(const std::vector<std::string>& names);
+    // The audit log's view of a row: its unique ID, and the values of `only` (all: empty).
+    std::string recordIDOf(const std::vector<FieldValue>& values) const;
+    AuditValues auditValuesOf(const std::vector<FieldValue>& values,
+                              const std::vector<size_t>& only = {}) const;
+    AuditEntry changeOf(AuditAction action) const;
+    // Only while someone listens (myEvents.changed).
+    void reportRecord(AuditAction action, const std::vector<FieldValue>& values, AuditValues before,
+                      AuditValues after);
 
     std::unique_ptr<Table> myTable;
     const FilePolicy& myFiles;

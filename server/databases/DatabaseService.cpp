@@ -23,7 +23,9 @@ FilePolicy filePolicyOf(const ServiceEnvironment& environment)
 DatabaseService::DatabaseService(ServiceEnvironment environment)
     : myEnvironment(std::move(environment)), myFiles(filePolicyOf(myEnvironment)),
       myEmbeddedStore(std::make_unique<EmbeddedCatalogue>(
-          myEnvironment.dataFolder, StoreOptions{myEnvironment.lockWait, myEnvironment.durableCommits})),
+          myEnvironment.dataFolder,
+          StoreOptions{myEnvironment.lockWait, myEnvironment.durableCommits, myEnvironment.connectionOpened,
+                       myEnvironment.trashDays, myEnvironment.actor})),
       myEmbedded(*myEmbeddedStore), myCatalogue(&myEmbedded)
 {
 }
@@ -70,18 +72,34 @@ void DatabaseService::disconnect()
     myDataSource.reset(); // open handles kept their own share of the connection until now
 }
 
+void DatabaseService::reportChange(AuditAction action, const std::string& name)
+{
+    if (!myEnvironment.changed)
+        return;
+    AuditEntry entry;
+    entry.action = action;
+    entry.database = name;
+    myEnvironment.changed(entry);
+}
+
 uint32_t DatabaseService::createDatabase(const std::string& name)
 {
     std::string message;
     const uint32_t code = myCatalogue->createDatabase(name, message);
-    return code == kKivResult_Success ? code : fail(code, message);
+    if (code != kKivResult_Success)
+        return fail(code, message);
+    reportChange(AuditAction::DatabaseCreated, name);
+    return code;
 }
 
 uint32_t DatabaseService::deleteDatabase(const std::string& name)
 {
     std::string message;
     const uint32_t code = myCatalogue->deleteDatabase(name, message);
-    return code == kKivResult_Success ? code : fail(code, message);
+    if (code != kKivResult_Success)
+        return fail(code, message);
+    reportChange(AuditAction::DatabaseDeleted, name);
+    return code;
 }
 
 uint32_t DatabaseService::listDatabases(std::vector<std::string>& names)
@@ -109,6 +127,39 @@ uint32_t DatabaseService::restoreDatabase(const std::string& name, const std::fi
 {
     std::string message;
     const uint32_t code = myCatalogue->restoreDatabase(name, folder, message);
+    return code == kKivResult_Success ? code : fail(code, message);
+}
+
+uint32_t DatabaseService::listTrash(std::vector<TrashEntry>& entries)
+{
+    std::string message;
+    const uint32_t code = myCatalogue->listTrash(entries, message);
+    return code == kKivResult_Success ? code : fail(code, message);
+}
+
+uint32_t DatabaseService::restoreTrash(const TrashRestore& which, uint64_t& restored)
+{
+    std::string message;
+    const uint32_t code = myCatalogue->restoreTrash(which, restored, message);
+    if (code != kKivResult_Success)
+        return fail(code, message);
+    if (myEnvironment.changed)
+    {
+        AuditEntry entry;
+        entry.action = AuditAction::Restored;
+        entry.database = which.file.empty() ? which.database : which.file.substr(0, which.file.rfind('~'));
+        entry.record = which.recordID;
+        entry.file = which.file;
+        entry.count = restored;
+        myEnvironment.changed(entry);
+    }
+    return code;
+}
+
+uint32_t DatabaseService::emptyTrash()
+{
+    std::string message;
+    const uint32_t code = myCatalogue->emptyTrash(message);
     return code == kKivResult_Success ? code : fail(code, message);
 }
 
@@ -148,7 +199,7 @@ uint32_t DatabaseService::openDatabase(const std::string& name, OpenMode mode, O
         ++myNextHandle;
     handle = myNextHandle++;
     DatabaseEvents events{[this](uint32_t code, const std::string& line) { noteFailure(code, line); },
-                          myEnvironment.warning, nullptr};
+                          myEnvironment.warning, nullptr, myEnvironment.changed};
     if (myEnvironment.timing)
         events.searched = [timing = myEnvironment.timing, store](std::chrono::steady_clock::duration took)
         { timing(TimedStep::Search, store, took); };

@@ -41,7 +41,16 @@ struct ServiceEnvironment
     std::chrono::milliseconds lockWait{2000};
     // synchronous=FULL: commits also survive a power loss, at the price of an fsync each.
     // Without it a committed record still survives a crash or kill of the server.
-    bool durableCommits = false;
+    bool durableCommits = true;
+    // Each new embedded connection's synchronous level as SQLite reports it ("full", "normal").
+    std::function<void(std::string_view synchronous)> connectionOpened;
+    // Each write that succeeded (records, fields, databases, imports), for the audit log: the
+    // caller adds when, where and by whom, and keeps it. None: writes read nothing extra.
+    std::function<void(AuditEntry& entry)> changed;
+    // The embedded store's recycle bin: days deleted records and databases are kept (0: none),
+    // and who deletes, as its list shows them.
+    int trashDays = 30;
+    std::string actor;
     // Where warnings go (a text stored longer than its field's length); none: dropped.
     std::function<void(const std::string& line)> warning;
     // How long each open and each search took, and in which store ("embedded", "odbc"), for
@@ -113,6 +122,11 @@ public:
     uint32_t backupDatabase(const std::string& name, const std::filesystem::path& folder);
     uint32_t restoreDatabase(const std::string& name, const std::filesystem::path& folder);
 
+    // The recycle bin (Catalogue in Store.h); a data source answers 'MUnF'.
+    uint32_t listTrash(std::vector<TrashEntry>& entries);
+    uint32_t restoreTrash(const TrashRestore& which, uint64_t& restored);
+    uint32_t emptyTrash();
+
     // 'MDEI': for an open handle its last message; for a code, the service's own text for its
     // last failure with that code, else the code's explanation (empty for a success).
     std::string errorText(uint32_t codeOrHandle) const;
@@ -124,6 +138,7 @@ public:
 
 private:
     void noteFailure(uint32_t code, const std::string& line);
+    void reportChange(AuditAction action, const std::string& name);
 
     ServiceEnvironment myEnvironment;
     FilePolicy myFiles;

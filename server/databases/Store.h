@@ -137,6 +137,28 @@ struct TypeDescription
     uint32_t typeWord = 0;
 };
 
+// What the recycle bin holds: one deletion of records (a Delete, a Delete All) of a database, or
+// a whole database (its file in the trash folder).
+struct TrashEntry
+{
+    std::string database;
+    int64_t deletion = 0;               // records: the deletion's number in its database
+    std::string file;                   // a database: its file's name in the trash folder
+    std::string deletedAt;              // UTC, ISO-8601
+    std::string deletedBy;              // as the audit log names users
+    uint64_t records = 0;               // records the deletion holds
+    std::vector<std::string> recordIDs; // their unique IDs, the first few
+};
+
+// Which deleted things to put back: a database's file, a whole deletion, or one record of it.
+struct TrashRestore
+{
+    std::string database;
+    int64_t deletion = 0;
+    std::string recordID; // empty: every record of the deletion
+    std::string file;     // set: the database of this trash file
+};
+
 // The databases of one store. Every call answers a result code and, on failure, a message.
 class Catalogue
 {
@@ -168,6 +190,12 @@ public:
                                     std::string& message);
     virtual uint32_t restoreDatabase(const std::string& name, const std::filesystem::path& source,
                                      std::string& message);
+
+    // The recycle bin: deleted records and databases kept for a while, put back with their IDs.
+    // A data source answers 'MUnF': the host does not change a foreign schema.
+    virtual uint32_t listTrash(std::vector<TrashEntry>& entries, std::string& message);
+    virtual uint32_t restoreTrash(const TrashRestore& which, uint64_t& restored, std::string& message);
+    virtual uint32_t emptyTrash(std::string& message);
 };
 
 } // namespace kiv::db

@@ -2,6 +2,8 @@
 #include "logging/Log.h"
 
 #include "common/FileDescriptor.h"
+#include "common/Text.h"
+#include "logging/AuditLog.h"
 
 #include <atomic>
 #include <cerrno>
@@ -10,7 +12,6 @@
 #include <fcntl.h>
 #include <mutex>
 #include <stdexcept>
-#include <sys/time.h>
 #include <unistd.h>
 
 namespace kiv
@@ -111,6 +112,7 @@ void reopenLogs()
     }
     openServerLog(serverLog);
     openAccessLog(accessLog);
+    reopenAuditLogs();
 }
 
 std::string_view logKindName(LogKind kind)
@@ -131,17 +133,8 @@ std::string_view logKindName(LogKind kind)
 
 void writeServerLog(LogKind kind, const LogContext& context, std::string_view message)
 {
-    timeval now{};
-    gettimeofday(&now, nullptr);
-    tm utc{};
-    gmtime_r(&now.tv_sec, &utc);
-    char stamp[40];
-    std::strftime(stamp, sizeof stamp, "%Y-%m-%dT%H:%M:%S", &utc);
-    char millis[8];
-    std::snprintf(millis, sizeof millis, ".%03dZ", static_cast<int>(now.tv_usec / 1000));
-
-    std::string line = std::string(stamp) + millis + " [" + std::string(logKindName(kind)) + "] pid " +
-                       std::to_string(::getpid());
+    std::string line =
+        utcTimeNow() + " [" + std::string(logKindName(kind)) + "] pid " + std::to_string(::getpid());
     if (!context.region.empty())
         line += " region=" + sanitized(context.region);
     if (!context.page.empty())

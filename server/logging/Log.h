@@ -43,7 +43,8 @@ struct AccessRecord
 // the file cannot be opened; the log then stays where it was. Safe while other threads write.
 void openServerLog(const std::filesystem::path& file);
 void openAccessLog(const std::filesystem::path& file);
-// Opens both logs again by their names, after logrotate renamed them (SIGUSR1, SIGHUP).
+// Opens both logs, and the audit logs (AuditLog.h), again by their names, after logrotate
+// renamed them (SIGUSR1, SIGHUP).
 void reopenLogs();
 
 void writeServerLog(LogKind kind, const LogContext& context, std::string_view message);

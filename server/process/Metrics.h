@@ -23,6 +23,9 @@ void countTagCall(std::string_view tag, std::string_view result);
 // A database opened or searched, by store ("embedded" or "odbc").
 void observeDatabaseOpen(std::string_view store, Duration took);
 void observeDatabaseSearch(std::string_view store, Duration took);
+// A new embedded database connection, by the synchronous level it reads back ("full": commits
+// survive a power loss; "normal": the region opted out with durable_commits = false).
+void countStoreConnection(std::string_view synchronous);
 // Open client connections of this process.
 void connectionOpened();
 void connectionClosed();

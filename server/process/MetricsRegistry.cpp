@@ -68,6 +68,8 @@ const FamilyInfo kFamilies[] = {
     {"kiv_worker_restarts_total", Kind::Counter, "Workers started again after one died.", true},
     {"kiv_config_reloads_total", Kind::Counter, "Configuration reloads (SIGHUP), applied or refused.", false},
     {"kiv_workers", Kind::Gauge, "Worker processes serving the current configuration.", true},
+    {"kiv_database_connections_total", Kind::Counter,
+     "Embedded database connections opened, by the synchronous level SQLite reports for them.", false},
 };
 static_assert(sizeof kFamilies / sizeof kFamilies[0] == static_cast<size_t>(MetricFamily::Count));
 
@@ -355,6 +357,12 @@ void connectionOpened()
 void connectionClosed()
 {
     registry().add(MetricFamily::OpenConnections, "", -1, ::getpid());
+}
+
+void countStoreConnection(std::string_view synchronous)
+{
+    registry().add(MetricFamily::StoreConnections, MetricsRegistry::labelText({{"synchronous", synchronous}}),
+                   1);
 }
 
 void countThrottledLogin(bool refused)

@@ -33,6 +33,7 @@ enum class MetricFamily : uint16_t
     WorkerRestarts,
     Reloads,
     Workers,
+    StoreConnections,
     Count
 };
 

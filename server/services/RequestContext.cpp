@@ -2,6 +2,7 @@
 #include "services/RequestContext.h"
 
 #include "http/Forms.h"
+#include "logging/AuditLog.h"
 #include "logging/Log.h"
 #include "process/Metrics.h"
 
@@ -92,8 +93,21 @@ db::DatabaseService& RequestContext::databaseService()
         db::ServiceEnvironment environment;
         environment.dataFolder = config.dataFolder;
         environment.exportsFolder = config.exportsFolder;
+        environment.durableCommits = config.durableCommits;
+        environment.connectionOpened = metrics::countStoreConnection;
+        environment.trashDays = config.trashDays;
+        environment.actor = request.user.empty() ? "public " + request.remoteAddress : request.user;
+        const auto auditLog = auditLogOf(server, config);
+        environment.changed = [this, auditLog](db::AuditEntry& entry)
+        {
+            const AuditSource source{region.region.name, request.user.empty() ? "public" : request.user,
+                                     request.remoteAddress, urlPath};
+            if (std::string why; !recordChange(auditLog, source, entry, why))
+                writeServerLog(LogKind::Error, {region.region.name, urlPath, inTag ? currentTag.name : ""},
+                               why);
+        };
         environment.protectedFiles = {config.usersFile, region.preferences.file(), server.serverLog,
-                                      server.accessLog};
+                                      server.accessLog, auditLog};
         environment.warning = [this](const std::string& line) {
             writeServerLog(LogKind::Warning, {region.region.name, urlPath, inTag ? currentTag.name : ""},
                            line);

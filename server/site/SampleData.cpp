@@ -192,6 +192,8 @@ void importSampleData(const RegionConfig& region)
     {
         db::ServiceEnvironment environment;
         environment.dataFolder = region.dataFolder;
+        environment.durableCommits = region.durableCommits;
+        environment.trashDays = region.trashDays;
         environment.warning = [&](const std::string& line) {
             writeServerLog(LogKind::Warning, {region.name, "", ""}, "sample data: " + line);
         };

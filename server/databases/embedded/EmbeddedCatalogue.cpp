@@ -70,7 +70,7 @@ uint32_t EmbeddedCatalogue::openDatabase(const OpenRequest& request, std::unique
         const std::string idName =
             request.uniqueIDFieldName.empty() ? KIV_DEFAULT_UNIQUE_ID_FIELD : request.uniqueIDFieldName;
         table = std::make_unique<EmbeddedTable>(*stored, file, std::move(*lock), std::move(connection),
-                                                idName, myFiles.options().lockWait);
+                                                idName, myFiles.options());
         return kKivResult_Success;
     }
     catch (const SqliteError& failure)

@@ -42,6 +42,16 @@ public:
         return myFiles.restore(name, folder, message);
     }
 
+    uint32_t listTrash(std::vector<TrashEntry>& entries, std::string& message) override
+    {
+        return myFiles.listTrash(entries, message);
+    }
+    uint32_t restoreTrash(const TrashRestore& which, uint64_t& restored, std::string& message) override
+    {
+        return myFiles.restoreTrash(which, restored, message);
+    }
+    uint32_t emptyTrash(std::string& message) override { return myFiles.emptyTrash(message); }
+
 private:
     DatabaseCatalogue myFiles;
 };

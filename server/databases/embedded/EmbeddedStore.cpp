@@ -95,6 +95,13 @@ void configure(SqliteConnection& connection, const StoreOptions& options)
     // from coming in through a read() copy on every request. No memory map: mapped file pages
     // count towards the worker's resident size, which must stay small and flat.
     connection.execute("PRAGMA cache_size=-16384");
+    if (options.connectionOpened)
+    {
+        static constexpr std::string_view kLevels[] = {"off", "normal", "full", "extra"};
+        auto level = connection.prepare("PRAGMA synchronous");
+        const int64_t value = level.step() ? level.columnInteger(0) : -1;
+        options.connectionOpened(value >= 0 && value < 4 ? kLevels[value] : "unknown");
+    }
 }
 
 void createSchema(SqliteConnection& connection)
@@ -481,6 +488,19 @@ uint32_t DatabaseCatalogue::remove(const std::string& name, std::string& message
     const auto file = fileOf(stored);
     ConnectionPool::instance().forget(file);
     // The lock file stays: deleting it would let two openers lock two different files.
+    if (myOptions.trashDays > 0)
+    {
+        try
+        {
+            moveToTrash(myDataFolder, file, stored, myOptions);
+            return kKivResult_Success;
+        }
+        catch (const std::exception& failure)
+        {
+            message = std::string("The database could not be moved to the recycle bin: ") + failure.what();
+            return result::kStorageError;
+        }
+    }
     if (!std::filesystem::remove(file, error) && error)
     {
         message = "The database file could not be deleted: " + error.message();

@@ -6,6 +6,7 @@
 
 #include "embedded/DatabaseLock.h"
 #include "FieldTypes.h"
+#include "Store.h"
 #include "embedded/SqliteHandles.h"
 
 #include <sys/types.h>
@@ -35,7 +36,14 @@ constexpr int kStoreBusyTimeoutMs = 10000;
 struct StoreOptions
 {
     std::chrono::milliseconds lockWait{2000};
-    bool durableCommits = false; // synchronous=FULL: also survive power loss, at an fsync per commit
+    bool durableCommits = true; // synchronous=FULL: also survive power loss, at an fsync per commit
+    // Told the synchronous level ("full", "normal", ...) that each new connection reads back
+    // from SQLite after it was set, so that the server can show what its commits really do.
+    std::function<void(std::string_view synchronous)> connectionOpened;
+    // Deleted records and databases are kept this many days in the recycle bin (EmbeddedTrash.cpp);
+    // 0: deleted for good at once.
+    int trashDays = 30;
+    std::string actor; // who deletes, for the recycle bin's list: "admin", "public 192.0.2.7"
 };
 
 // One SQLite connection to one database file, with what it caches about that file.
@@ -153,7 +161,13 @@ public:
     uint32_t backup(const std::string& name, const std::filesystem::path& folder, std::string& message);
     uint32_t restore(const std::string& name, const std::filesystem::path& folder, std::string& message);
 
+    // The recycle bin (EmbeddedTrash.cpp).
+    uint32_t listTrash(std::vector<TrashEntry>& entries, std::string& message);
+    uint32_t restoreTrash(const TrashRestore& which, uint64_t& restored, std::string& message);
+    uint32_t emptyTrash(std::string& message);
+
 private:
+    uint32_t restoreTrashFile(const std::string& file, std::string& message);
     // The stored spelling of an existing database in `stored`; else the code, with `message`.
     uint32_t findExisting(const std::string& name, std::string& stored, std::string& message) const;
 
@@ -163,6 +177,17 @@ private:
 
 // Maps an SQLite failure to a result code and a message for the module.
 uint32_t resultOfSqliteError(const SqliteError& error, std::string& message);
+
+// The recycle bin's side of a deletion, in the caller's transaction, before the rows go: copies
+// the rows of `rowIDs` (none: every row) into the bin as one deletion, and purges deletions
+// older than the options' days. Does nothing when the bin is off.
+void keepDeletedRows(SqliteConnection& sql, const StoreOptions& options, const std::vector<int64_t>& rowIDs);
+// The folder deleted databases go to, inside the data folder; never listed, never served.
+constexpr const char* kTrashFolder = ".trash";
+// When a database goes to the bin: moves its files there (and drops old ones). Answers the
+// file's new name; throws std::filesystem::filesystem_error.
+std::string moveToTrash(const std::filesystem::path& dataFolder, const std::filesystem::path& file,
+                        const std::string& storedName, const StoreOptions& options);
 
 // Makes a database file through a hidden file beside `target` (`write` fills it), renamed into
 // place once whole: a crash or a failure never leaves half a file, nor spoils one of that name.

@@ -293,10 +293,10 @@ private:
 
 EmbeddedTable::EmbeddedTable(std::string name, std::filesystem::path file, DatabaseLock lock,
                              std::unique_ptr<StoreConnection> connection, std::string uniqueIDFieldName,
-                             std::chrono::milliseconds lockWait)
+                             const StoreOptions& options)
     : myName(std::move(name)), myFile(std::move(file)), myLock(std::move(lock)),
       myConnection(std::move(connection)), myUniqueIDFieldName(std::move(uniqueIDFieldName)),
-      myLockWait(lockWait)
+      myOptions(options)
 {
     if (!myConnection->fieldIndex(myUniqueIDFieldName))
         myUniqueIDFieldName = KIV_DEFAULT_UNIQUE_ID_FIELD;
@@ -352,7 +352,7 @@ std::string EmbeddedTable::takeSchemaLock()
 {
     // Other opens cache the field list; changing it is only safe while no one else has the
     // database open. A shared open waits for the others to end, as an exclusive open would.
-    if (myLock.makeExclusive(myLockWait))
+    if (myLock.makeExclusive(myOptions.lockWait))
         return {};
     return "Fields can be added or deleted only while no one else uses the database \"" + myName +
            "\". Try again in a few moments.";
@@ -530,6 +530,10 @@ std::vector<RowKey> EmbeddedTable::rowsWithUniqueID(const FieldValue& uniqueID)
 void EmbeddedTable::deleteRows(const std::vector<RowKey>& keys)
 {
     myConnection->endWalk();
+    std::vector<int64_t> rowIDs;
+    for (const RowKey& key : keys)
+        rowIDs.push_back(std::get<int64_t>(key));
+    keepDeletedRows(myConnection->sql(), myOptions, rowIDs);
     auto& remove = myConnection->statement("delete-row", "DELETE FROM kiv_records WHERE kiv_rowid = ?");
     for (const RowKey& key : keys)
     {
@@ -542,7 +546,11 @@ void EmbeddedTable::deleteRows(const std::vector<RowKey>& keys)
 void EmbeddedTable::deleteAllRows()
 {
     myConnection->endWalk();
+    // One deletion in the bin, whole or not at all.
+    SqliteTransaction transaction(myConnection->sql());
+    keepDeletedRows(myConnection->sql(), myOptions, {});
     myConnection->sql().execute("DELETE FROM kiv_records");
+    transaction.commit();
 }
 
 size_t EmbeddedTable::rowCount()

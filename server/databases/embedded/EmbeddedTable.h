@@ -21,7 +21,7 @@ class EmbeddedTable : public Table, private SqlDialect
 public:
     EmbeddedTable(std::string name, std::filesystem::path file, DatabaseLock lock,
                   std::unique_ptr<StoreConnection> connection, std::string uniqueIDFieldName,
-                  std::chrono::milliseconds lockWait);
+                  const StoreOptions& options);
     ~EmbeddedTable() override;
 
     const std::string& name() const override { return myName; }
@@ -71,7 +71,7 @@ private:
     DatabaseLock myLock;
     std::unique_ptr<StoreConnection> myConnection;
     std::string myUniqueIDFieldName;
-    std::chrono::milliseconds myLockWait;
+    StoreOptions myOptions;
     // A connection that saw the file refuse writes or fail to read is closed at the end,
     // not pooled, so the next request opens the file afresh.
     bool myConnectionFailed = false;
