@@ -141,7 +141,7 @@ trap 'stop_servers; stop_postgres' EXIT
 
 wait_for() { # url
     for _ in $(seq 100); do
-        curl -s -o /dev/null "$1" && return 0
+        curl -sf -o /dev/null "$1" && return 0
         sleep 0.1
     done
     log "no answer from $1"

@@ -86,7 +86,14 @@ std::string renderRecycleBin(RequestContext& request)
     {
         std::string what = std::to_string(entry.records) + " records";
         std::string buttons;
-        if (!entry.file.empty())
+        if (!entry.field.empty())
+        {
+            what = "the field " + entry.field + " (" + std::to_string(entry.records) + " values)";
+            buttons =
+                restoreButton(admin, "deletion\t" + entry.database + "\t" + std::to_string(entry.deletion),
+                              "Restore the field");
+        }
+        else if (!entry.file.empty())
         {
             what = "the database (" + what + ")";
             buttons = restoreButton(admin, "file\t" + entry.file, "Restore the database");

@@ -306,7 +306,7 @@ int DatabaseCommands::runTrash(const std::string& command, db::DatabaseService& 
                       << (entry.file.empty() ? "deletion " + std::to_string(entry.deletion)
                                              : "database " + entry.file)
                       << "\t" << entry.deletedAt << "\t" << entry.deletedBy << "\t" << entry.records
-                      << " records"
+                      << (entry.field.empty() ? " records" : " values of the field " + entry.field)
                       << (ids.empty()
                               ? ""
                               : "\tIDs " + ids + (entry.recordIDs.size() < entry.records ? ",..." : ""))

@@ -148,6 +148,7 @@ struct TrashEntry
     std::string deletedBy;              // as the audit log names users
     uint64_t records = 0;               // records the deletion holds
     std::vector<std::string> recordIDs; // their unique IDs, the first few
+    std::string field;                  // a deleted field: its name (records: the values kept)
 };
 
 // Which deleted things to put back: a database's file, a whole deletion, or one record of it.

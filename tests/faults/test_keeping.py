@@ -38,6 +38,8 @@ PAGES = {
                     'fieldLength="40">'
                     '<kivModifyDatabase mode="addRecord" databaseName="Vault" fieldName="Login" fieldValue="ann" '
                     'fieldName="Password" fieldValue="hunter2-secret"><p>vault</p>',
+    "t/dropfield.html": '<kivModifyDatabase mode="deleteField" databaseName="People" fieldName="Phone" '
+                        'resultVariableName="f"><p>result=&kivPageVariable(kivResult);</p>',
 }
 # The same update page in the login area: its writes are the administrator's.
 PAGES["manage/update.html"] = PAGES["t/update.html"]
@@ -307,6 +309,28 @@ class RecycleBinTest(unittest.TestCase):
         self.assertEqual(self.export("after.csv"), before)  # every ID and value, in the order added
         self.assertIn("holds no such deleted record",
                       self.trash("restore", "--database", "People", "--deletion", one[1].split()[1], status=1))
+        self.assertEqual(self.trash("list"), "")
+
+    def test_a_deleted_field_comes_back_with_the_values_of_every_record(self):
+        before = self.export("before.csv")
+        self.assertIn("Phone", before.splitlines()[0])
+        status, page = kh.post(self.port, "/t/dropfield.html")
+        self.assertIn("result=0", page)
+        self.assertNotIn("Phone", self.export("without.csv").splitlines()[0])
+        # A record deleted while the field is gone comes back with its value of it too.
+        status, page = kh.post(self.port, "/t/delete.html", {"first": "Ada"})
+        self.assertIn("deleted=1", page)
+
+        listed = [line.split("\t") for line in self.trash("list").splitlines()]
+        self.assertEqual(len(listed), 2, listed)
+        record, field = listed  # newest first
+        self.assertEqual(field[4], f"{self.count() + 1} values of the field Phone")
+        self.assertIn("restored", self.trash("restore", "--database", "People", "--deletion", field[1].split()[1]))
+        self.assertIn("restored 1 records", self.trash("restore", "--database", "People", "--deletion",
+                                                       record[1].split()[1]))
+        # Both workers see the field again, each value where it was.
+        for _ in range(4):
+            self.assertEqual(self.export("after.csv"), before)
         self.assertEqual(self.trash("list"), "")
 
     def test_the_admin_page_lists_the_bin_and_restores_from_it(self):

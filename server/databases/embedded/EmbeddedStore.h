@@ -182,6 +182,12 @@ uint32_t resultOfSqliteError(const SqliteError& error, std::string& message);
 // the rows of `rowIDs` (none: every row) into the bin as one deletion, and purges deletions
 // older than the options' days. Does nothing when the bin is off.
 void keepDeletedRows(SqliteConnection& sql, const StoreOptions& options, const std::vector<int64_t>& rowIDs);
+// The bin's side of deleting a field, in the caller's transaction, before its column goes: keeps
+// the field's definition and every record's value of it as one deletion, so that a restore puts
+// the field back with the values of the records that still exist (or come back later).
+void keepDeletedField(SqliteConnection& sql, const StoreOptions& options, const std::string& column);
+// The SQL column definition of a field: its type, default and collation.
+std::string columnDefinition(const FieldDefinition& field);
 // The folder deleted databases go to, inside the data folder; never listed, never served.
 constexpr const char* kTrashFolder = ".trash";
 // When a database goes to the bin: moves its files there (and drops old ones). Answers the

@@ -12,8 +12,6 @@
 namespace kiv::db
 {
 
-namespace
-{
 std::string columnDefinition(const FieldDefinition& field)
 {
     switch (field.type())
@@ -30,6 +28,9 @@ std::string columnDefinition(const FieldDefinition& field)
         return "INTEGER NOT NULL DEFAULT 0";
     }
 }
+
+namespace
+{
 
 void bindValue(SqliteStatement& statement, int index, const FieldValue& value)
 {
@@ -436,6 +437,7 @@ void EmbeddedTable::deleteField(size_t index)
         }
         for (const auto& pairIndex : pairIndexes)
             sql.execute("DROP INDEX IF EXISTS \"" + pairIndex + "\"");
+        keepDeletedField(sql, myOptions, column);
         sql.execute("ALTER TABLE kiv_records DROP COLUMN " + column);
         auto remove = sql.prepare("DELETE FROM kiv_fields WHERE column_name = ?");
         remove.bindText(1, column);

@@ -11,6 +11,7 @@
 
 #include <algorithm>
 #include <ctime>
+#include <optional>
 
 namespace kiv::db
 {
@@ -49,10 +50,44 @@ std::vector<std::string> columnsOf(SqliteConnection& sql, const std::string& tab
     return columns;
 }
 
+bool hasTable(SqliteConnection& sql, const char* name)
+{
+    auto exists = sql.prepare("SELECT 1 FROM sqlite_master WHERE type = 'table' AND name = ?");
+    exists.bindText(1, name);
+    return exists.step();
+}
+
 bool hasTrash(SqliteConnection& sql)
 {
-    auto exists = sql.prepare("SELECT 1 FROM sqlite_master WHERE type = 'table' AND name = 'kiv_deletions'");
-    return exists.step();
+    return hasTable(sql, "kiv_deletions");
+}
+
+void ensureTrashTables(SqliteConnection& sql)
+{
+    sql.execute(
+        "CREATE TABLE IF NOT EXISTS kiv_deletions(deletion INTEGER PRIMARY KEY, deleted_at TEXT NOT NULL,"
+        " deleted_by TEXT NOT NULL, records INTEGER NOT NULL);"
+        "CREATE TABLE IF NOT EXISTS kiv_trash(kiv_entry INTEGER PRIMARY KEY, kiv_deletion INTEGER NOT NULL,"
+        " kiv_rowid INTEGER NOT NULL);"
+        "CREATE INDEX IF NOT EXISTS kiv_trash_deletion ON kiv_trash(kiv_deletion);"
+        // A deleted field: its row of kiv_fields, and each record's value by the record's unique ID
+        // (row ids can be given again to new records; unique IDs never are).
+        "CREATE TABLE IF NOT EXISTS kiv_deleted_fields(deletion INTEGER PRIMARY KEY, position INTEGER NOT "
+        "NULL,"
+        " name TEXT NOT NULL, name_key TEXT NOT NULL, type_word INTEGER NOT NULL, column_name TEXT NOT NULL,"
+        " next_auto INTEGER NOT NULL);"
+        "CREATE TABLE IF NOT EXISTS kiv_deleted_values(kiv_deletion INTEGER NOT NULL, record_id NOT NULL,"
+        " value, PRIMARY KEY(kiv_deletion, record_id))");
+}
+
+// A new deletion by the options' actor, now; its number.
+int64_t newDeletion(SqliteConnection& sql, const StoreOptions& options)
+{
+    auto deletion = sql.prepare("INSERT INTO kiv_deletions(deleted_at, deleted_by, records) VALUES(?, ?, 0)");
+    deletion.bindText(1, auditTimeNow());
+    deletion.bindText(2, options.actor.empty() ? "unknown" : options.actor);
+    deletion.execute();
+    return sql.lastInsertRowId();
 }
 
 std::string joined(const std::vector<std::string>& columns, const std::string& prefix = "")
@@ -65,6 +100,13 @@ std::string joined(const std::vector<std::string>& columns, const std::string& p
 
 void purgeExpired(SqliteConnection& sql, const std::string& cutoff)
 {
+    for (const char* kept : {"kiv_deleted_values WHERE kiv_deletion", "kiv_deleted_fields WHERE deletion"})
+    {
+        auto forget = sql.prepare(std::string("DELETE FROM ") + kept +
+                                  " IN (SELECT deletion FROM kiv_deletions WHERE deleted_at < ?)");
+        forget.bindText(1, cutoff);
+        forget.execute();
+    }
     auto trash = sql.prepare("DELETE FROM kiv_trash WHERE kiv_deletion IN "
                              "(SELECT deletion FROM kiv_deletions WHERE deleted_at < ?)");
     trash.bindText(1, cutoff);
@@ -95,18 +137,105 @@ int64_t countOf(SqliteConnection& sql, const std::string& query, const TrashRest
     return count.step() ? count.columnInteger(0) : 0;
 }
 
+// When the deletion `which` names is a deleted field: puts the field back in its place with the
+// values it kept, in the caller's transaction, and answers the result; nullopt for any other
+// deletion. A field of the same name added since, or values of a unique field that records
+// added since now share, refuse the restore whole.
+std::optional<uint32_t> restoreField(SqliteConnection& sql, const TrashRestore& which, uint64_t& restored,
+                                     std::string& message)
+{
+    FieldDefinition field;
+    std::string nameKey;
+    int64_t position = 0, nextAuto = 1;
+    {
+        auto kept = sql.prepare("SELECT position, name, name_key, type_word, column_name, next_auto "
+                                "FROM kiv_deleted_fields WHERE deletion = ?");
+        kept.bindInteger(1, which.deletion);
+        if (!kept.step())
+            return std::nullopt;
+        position = kept.columnInteger(0);
+        field.name = std::string(kept.columnText(1));
+        nameKey = std::string(kept.columnText(2));
+        field.typeWord = uint32_t(kept.columnInteger(3));
+        field.column = std::string(kept.columnText(4));
+        nextAuto = kept.columnInteger(5);
+    }
+    if (!which.recordID.empty())
+    {
+        message = "The deleted field " + field.name + " comes back whole, not for one record.";
+        return result::kInvalidArgument;
+    }
+    auto taken = sql.prepare("SELECT 1 FROM kiv_fields WHERE name_key = ?");
+    taken.bindText(1, nameKey);
+    if (taken.step())
+    {
+        message = "A field named \"" + field.name +
+                  "\" exists again; delete or rename it before restoring the deleted one.";
+        return kKivResult_NotUnique;
+    }
+    // The column gets its old name back: the store never gives a column name to another field.
+    sql.execute("ALTER TABLE kiv_records ADD COLUMN " + field.column + " " + columnDefinition(field));
+    // The values go back to the records that exist, and to those in the bin, which come back
+    // with them when they are restored.
+    const auto kept = columnsOf(sql, "kiv_trash");
+    if (std::find(kept.begin(), kept.end(), field.column) == kept.end())
+        sql.execute("ALTER TABLE kiv_trash ADD COLUMN " + field.column);
+    for (const char* table : {"kiv_records", "kiv_trash"})
+    {
+        auto values = sql.prepare(std::string("UPDATE ") + table + " SET " + field.column +
+                                  " = (SELECT v.value FROM kiv_deleted_values v WHERE v.kiv_deletion = ?1 AND"
+                                  " v.record_id = " +
+                                  table +
+                                  ".c1) WHERE c1 IN"
+                                  " (SELECT record_id FROM kiv_deleted_values WHERE kiv_deletion = ?1)");
+        values.bindInteger(1, which.deletion);
+        values.execute();
+        if (std::string_view(table) == "kiv_records")
+            restored = uint64_t(sql.changes());
+    }
+    if (field.unique() || field.indexed())
+        try
+        {
+            sql.execute(std::string(field.unique() ? "CREATE UNIQUE INDEX " : "CREATE INDEX ") + "i_" +
+                        field.column + " ON kiv_records(" + field.column + ")");
+        }
+        catch (const SqliteError& failure)
+        {
+            if (failure.primaryCode() != SQLITE_CONSTRAINT)
+                throw;
+            message = "The field " + field.name +
+                      " cannot come back unique: records added since it was deleted share a value of it.";
+            return kKivResult_NotUnique;
+        }
+    auto insert =
+        sql.prepare("INSERT INTO kiv_fields(position, name, name_key, type_word, column_name, next_auto)"
+                    " VALUES((SELECT CASE WHEN EXISTS(SELECT 1 FROM kiv_fields WHERE position = ?1)"
+                    " THEN NULL ELSE ?1 END), ?2, ?3, ?4, ?5, ?6)");
+    insert.bindInteger(1, position);
+    insert.bindText(2, field.name);
+    insert.bindText(3, nameKey);
+    insert.bindInteger(4, field.typeWord);
+    insert.bindText(5, field.column);
+    insert.bindInteger(6, nextAuto);
+    insert.execute();
+    for (const char* forget : {"DELETE FROM kiv_deleted_values WHERE kiv_deletion = ?",
+                               "DELETE FROM kiv_deleted_fields WHERE deletion = ?",
+                               "DELETE FROM kiv_deletions WHERE deletion = ?"})
+    {
+        auto statement = sql.prepare(forget);
+        statement.bindInteger(1, which.deletion);
+        statement.execute();
+    }
+    return kKivResult_Success;
+}
+
 } // namespace
 
 void keepDeletedRows(SqliteConnection& sql, const StoreOptions& options, const std::vector<int64_t>& rowIDs)
 {
     if (options.trashDays <= 0)
         return;
-    sql.execute(
-        "CREATE TABLE IF NOT EXISTS kiv_deletions(deletion INTEGER PRIMARY KEY, deleted_at TEXT NOT NULL,"
-        " deleted_by TEXT NOT NULL, records INTEGER NOT NULL);"
-        "CREATE TABLE IF NOT EXISTS kiv_trash(kiv_entry INTEGER PRIMARY KEY, kiv_deletion INTEGER NOT NULL,"
-        " kiv_rowid INTEGER NOT NULL);"
-        "CREATE INDEX IF NOT EXISTS kiv_trash_deletion ON kiv_trash(kiv_deletion)");
+    ensureTrashTables(sql);
     // The bin's columns follow the records' (columns are never reused for another field).
     const auto columns = columnsOf(sql, "kiv_records");
     const auto kept = columnsOf(sql, "kiv_trash");
@@ -115,11 +244,7 @@ void keepDeletedRows(SqliteConnection& sql, const StoreOptions& options, const s
             sql.execute("ALTER TABLE kiv_trash ADD COLUMN " + column);
     purgeExpired(sql, cutoffOf(options.trashDays));
 
-    auto deletion = sql.prepare("INSERT INTO kiv_deletions(deleted_at, deleted_by, records) VALUES(?, ?, 0)");
-    deletion.bindText(1, auditTimeNow());
-    deletion.bindText(2, options.actor.empty() ? "unknown" : options.actor);
-    deletion.execute();
-    const int64_t number = sql.lastInsertRowId();
+    const int64_t number = newDeletion(sql, options);
     const std::string copy = "INSERT INTO kiv_trash(kiv_deletion, kiv_rowid, " + joined(columns) +
                              ") SELECT ?1, kiv_rowid, " + joined(columns) + " FROM kiv_records" +
                              (rowIDs.empty() ? "" : " WHERE kiv_rowid = ?2");
@@ -136,6 +261,31 @@ void keepDeletedRows(SqliteConnection& sql, const StoreOptions& options, const s
     }
     auto count = sql.prepare("UPDATE kiv_deletions SET records = ? WHERE deletion = ?");
     count.bindInteger(1, records);
+    count.bindInteger(2, number);
+    count.execute();
+}
+
+void keepDeletedField(SqliteConnection& sql, const StoreOptions& options, const std::string& column)
+{
+    if (options.trashDays <= 0)
+        return;
+    ensureTrashTables(sql);
+    purgeExpired(sql, cutoffOf(options.trashDays));
+    const int64_t number = newDeletion(sql, options);
+    auto field = sql.prepare("INSERT INTO kiv_deleted_fields(deletion, position, name, name_key, type_word,"
+                             " column_name, next_auto) SELECT ?, position, name, name_key, type_word,"
+                             " column_name, next_auto FROM kiv_fields WHERE column_name = ?");
+    field.bindInteger(1, number);
+    field.bindText(2, column);
+    field.execute();
+    // The column names are the store's own (c2, c3, ...), never a visitor's text.
+    auto values =
+        sql.prepare("INSERT INTO kiv_deleted_values(kiv_deletion, record_id, value) SELECT ?, c1, " + column +
+                    " FROM kiv_records");
+    values.bindInteger(1, number);
+    values.execute();
+    auto count = sql.prepare("UPDATE kiv_deletions SET records = ? WHERE deletion = ?");
+    count.bindInteger(1, sql.changes());
     count.bindInteger(2, number);
     count.execute();
 }
@@ -184,9 +334,13 @@ uint32_t DatabaseCatalogue::listTrash(std::vector<TrashEntry>& entries, std::str
             SqliteConnection& sql = connection.sql();
             if (!hasTrash(sql))
                 continue;
-            auto deletions =
-                sql.prepare("SELECT deletion, deleted_at, deleted_by, records FROM kiv_deletions "
-                            "WHERE deleted_at >= ? ORDER BY deletion DESC");
+            const bool fields = hasTable(sql, "kiv_deleted_fields");
+            auto deletions = sql.prepare(
+                std::string("SELECT d.deletion, d.deleted_at, d.deleted_by, d.records, ") +
+                (fields
+                     ? "f.name FROM kiv_deletions d LEFT JOIN kiv_deleted_fields f ON f.deletion = d.deletion"
+                     : "NULL FROM kiv_deletions d") +
+                " WHERE d.deleted_at >= ? ORDER BY d.deletion DESC");
             deletions.bindText(1, cutoff);
             auto ids =
                 sql.prepare("SELECT c1 FROM kiv_trash WHERE kiv_deletion = ? ORDER BY kiv_rowid LIMIT " +
@@ -199,6 +353,7 @@ uint32_t DatabaseCatalogue::listTrash(std::vector<TrashEntry>& entries, std::str
                 entry.deletedAt = std::string(deletions.columnText(1));
                 entry.deletedBy = std::string(deletions.columnText(2));
                 entry.records = uint64_t(std::max<int64_t>(deletions.columnInteger(3), 0));
+                entry.field = std::string(deletions.columnText(4));
                 StatementScope scope(ids);
                 ids.bindInteger(1, entry.deletion);
                 while (ids.step())
@@ -287,6 +442,16 @@ uint32_t DatabaseCatalogue::restoreTrash(const TrashRestore& which, uint64_t& re
         StoreConnection connection(fileOf(stored), myOptions);
         SqliteConnection& sql = connection.sql();
         SqliteTransaction transaction(sql);
+        if (hasTrash(sql))
+        {
+            ensureTrashTables(sql);
+            if (const auto code = restoreField(sql, which, restored, message))
+            {
+                if (*code == kKivResult_Success)
+                    transaction.commit();
+                return *code;
+            }
+        }
         const Selection selection;
         if (!hasTrash(sql) ||
             countOf(sql, "SELECT COUNT(*) FROM kiv_trash t WHERE " + selection.where, which) == 0)
@@ -324,7 +489,8 @@ uint32_t DatabaseCatalogue::restoreTrash(const TrashRestore& which, uint64_t& re
         count.bindInteger(1, int64_t(restored));
         count.bindInteger(2, which.deletion);
         count.execute();
-        sql.execute("DELETE FROM kiv_deletions WHERE records <= 0");
+        sql.execute("DELETE FROM kiv_deletions WHERE records <= 0 AND deletion NOT IN "
+                    "(SELECT deletion FROM kiv_deleted_fields)");
         transaction.commit();
         return kKivResult_Success;
     }
@@ -355,7 +521,11 @@ uint32_t DatabaseCatalogue::emptyTrash(std::string& message)
                 DatabaseLock::acquire(lockFileOf(name), DatabaseLock::Mode::Shared, myOptions.lockWait);
             StoreConnection connection(fileOf(name), myOptions);
             if (lock && hasTrash(connection.sql()))
-                connection.sql().execute("DELETE FROM kiv_trash; DELETE FROM kiv_deletions");
+            {
+                ensureTrashTables(connection.sql());
+                connection.sql().execute("DELETE FROM kiv_trash; DELETE FROM kiv_deleted_values;"
+                                         "DELETE FROM kiv_deleted_fields; DELETE FROM kiv_deletions");
+            }
         }
         std::error_code error;
         std::filesystem::remove_all(myDataFolder / kTrashFolder, error);
