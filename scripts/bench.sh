@@ -29,7 +29,7 @@
 # Floods (one index on (City, Name)): 200 slowloris connections, 64 slow bodies, ten megabytes
 # of empty lines before a request line, 1,000 idle connections and 32 threads of wrong logins,
 # each while the 25-row page is probed 20 times (tests/e2e/hostile_clients.py): the latency of
-# every probe and the workers' memory.
+# every probe and the workers' memory; then the page's throughput under wrk, flood still on.
 # PostgreSQL: the same 25-row page through ODBC (psqlODBC, the data source comparing text
 # exactly, as the PHP page does) from tables of 100,000 and 10,000 people with one index on
 # (City, Name), against the same page in PHP with PDO_PGSQL under php-fpm on the same server and
@@ -229,13 +229,17 @@ record_memory() { # setup label
     done
 }
 
-# Each flood while the 25-row page is probed; the kiv-server master is the first of PIDS.
+# Each flood while the 25-row page is probed, then measured with wrk as in the quiet runs (its
+# throughput against the quiet figure); the kiv-server master is the first of PIDS.
 floods() { # setup
     local setup=$1 flood
     for flood in slowloris slow-body blank-lines idle wrong-logins; do
         log "setup $setup: flood $flood"
         python3 "$ROOT/tests/e2e/hostile_clients.py" --port "$KIV_PORT" --flood "$flood" \
             --path "/page25.html?city=$CITY&page=2" --login-path /manage/ --server-pid "${PIDS[0]}" \
+            --then "wrk -t2 -c$CONNECTIONS -d${DURATION}s --latency --timeout 10s \
+                    'http://127.0.0.1:$KIV_PORT/page25.html?city=$CITY&page=2' \
+                    >'$WORK/wrk/${setup}__flood-${flood}__1.txt' 2>&1" \
             >"$WORK/floods/${setup}__${flood}.txt" 2>&1 || true
     done
 }

@@ -9,7 +9,8 @@ probe comes from 127.0.0.1. Each flood runs in background threads until stopped.
 As a program (for the benchmark):
   hostile_clients.py --port P --flood NAME [--probes 20] [--path /page] [--server-pid PID]
 prints one line per probe, "probe MILLISECONDS STATUS", then "rss KIB KIB ..." for the
-workers of the server process PID while the flood is on.
+workers of the server process PID while the flood is on; --then COMMAND runs a shell command
+(a load generator, say) after the probes, with the flood still on.
 """
 
 import argparse
@@ -18,6 +19,7 @@ import http.client
 import os
 import resource
 import socket
+import subprocess
 import sys
 import threading
 import time
@@ -301,6 +303,7 @@ def main():
     parser.add_argument("--login-path", default="/manage/")
     parser.add_argument("--server-pid", type=int)
     parser.add_argument("--timeout", type=float, default=10.0)
+    parser.add_argument("--then", help="a shell command to run after the probes, while the flood is still on")
     arguments = parser.parse_args()
     raise_open_file_limit()
     kind = FLOODS[arguments.flood]
@@ -312,6 +315,8 @@ def main():
             print(f"probe {seconds * 1000:.1f} {status if status else 'none'}", flush=True)
         if arguments.server_pid:
             print("rss " + " ".join(str(kib) for kib in workers_rss(arguments.server_pid).values()), flush=True)
+        if arguments.then:
+            subprocess.run(arguments.then, shell=True, check=False)
     finally:
         flood.stop()
 
